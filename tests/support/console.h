@@ -16,7 +16,7 @@ std::string output_of(const std::function<void()>& action);
 // every \r and \b.
 std::string escaped(const std::string& text);
 
-// What a terminal shows after `text`: applies \b, \r and \n. Rows without their line ends.
+// What a terminal shows after `text`: applies \b, \r and \n. The rows, a '\n' between two.
 std::string screen_of(const std::string& text);
 
 #endif  // TESTS_SUPPORT_CONSOLE_H

@@ -9,6 +9,12 @@
 #include <string>
 #include <vector>
 
+#include <gtest/gtest.h>
+
+struct qm_dbframe;
+template <class T>
+class qm_list;
+
 // What the calls answer, and what they wrote down. fake() is reset before every test by FakeSdkTest.
 struct FakeSdk {
     // Answers.
@@ -26,6 +32,7 @@ struct FakeSdk {
     // Records.
     std::vector<std::string> journal;          // one line a call, e.g. "SetQP 0 3 27"
     bool journal_locks = false;                // also "lock" and "unlock" of every qm_lock
+    bool journal_profile = false;              // also the profile readers' calls
     int objects_alive = 0;                     // codecs, databases and thread objects not yet freed
 
     // The journal since the last call of take_journal().
@@ -36,5 +43,14 @@ FakeSdk& fake();
 
 // Back to the start: neutral answers, empty journal.
 void reset_fake();
+
+// Lets `count` more frames wait in a worker's list.
+void queue_frames(qm_list<qm_dbframe>& list, int count);
+
+// Base of the fixtures: every test starts with a fresh fake.
+class FakeSdkTest : public testing::Test {
+  protected:
+    FakeSdkTest() { reset_fake(); }
+};
 
 #endif  // TESTS_SUPPORT_FAKE_SDK_H
