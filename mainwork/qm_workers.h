@@ -59,7 +59,7 @@ class qm_list {
 // Counters of one stream, one entry per channel 0..15.
 struct qm_encode_stat {
     std::atomic<int32_t> total_frames[QMCODEC_CHANNELS];   // since the encoder started
-    std::atomic<int32_t> total_kbytes[QMCODEC_CHANNELS];   // not read by the reports
+    std::atomic<int32_t> total_bytes[QMCODEC_CHANNELS];    // not read by the reports
     std::atomic<int32_t> idr_distance[QMCODEC_CHANNELS];   // frames between the last two key frames
     std::atomic<int32_t> last_frame[QMCODEC_CHANNELS];     // number of the last frame; not read
     std::atomic<int32_t> period_frames[QMCODEC_CHANNELS];  // zeroed by the report that reads it
@@ -99,6 +99,7 @@ class qm_thread_encode_net : public qm_thread {
     qm_list<qm_dbframe> frame_list;        // frames waiting to be written
 
   private:
+    uint32_t m_streams;          // bit n: stream n is collected
     qm_encode_worker* m_worker;  // owned
 };
 
@@ -139,6 +140,9 @@ class qm_thread_decode : public qm_thread {
     qm_time current_time;   // recorded time of the last delivered frame
     qm_list<qm_dbframe> frame_list;  // frames read ahead of their time
     std::atomic<int32_t> idr_distance[QMCODEC_CHANNELS];  // frames between the last two key frames
+
+    // For the library's own controls.
+    qm_playback_engine& engine() { return *m_engine; }
 
   private:
     qm_playback_engine* m_engine;  // owned

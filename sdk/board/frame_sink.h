@@ -1,0 +1,27 @@
+// Where the board hands a stream's frames to.
+#ifndef SDK_BOARD_FRAME_SINK_H
+#define SDK_BOARD_FRAME_SINK_H
+
+#include <cstddef>
+
+#include "sdk/video/frame.h"
+
+namespace sim {
+
+// Called on the pacer's thread, under the board's mutex: must not wait, nor call the board.
+class FrameSink {
+  public:
+    // An empty frame with room for `bytes` of payload.
+    virtual qm_dbframe* blank(size_t bytes) = 0;
+    // A finished frame; the sink owns it from here on.
+    virtual void deliver(qm_dbframe* frame) = 0;
+    // No further frame is due at present.
+    virtual void end_of_batch() = 0;
+
+  protected:
+    ~FrameSink() = default;
+};
+
+}  // namespace sim
+
+#endif  // SDK_BOARD_FRAME_SINK_H

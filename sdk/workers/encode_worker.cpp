@@ -1,0 +1,193 @@
+// Collecting, counting and writing.
+#include "sdk/workers/encode_worker.h"
+
+#include <cstring>
+
+#include "sdk/board/board.h"
+#include "sdk/runtime/settings.h"
+#include "sdk/workers/saturating.h"
+
+namespace {
+
+// What may wait in a frame list when the database is slow.
+constexpr int MAX_WAITING_FRAMES = 2048;
+constexpr size_t MAX_WAITING_BYTES = size_t{32} << 20;
+// Two full ticks of the whole board.
+constexpr int MAX_BLANK_FRAMES = 2 * QMCODEC_STREAMS * QMCODEC_CHANNELS;
+
+void set(std::atomic<int32_t>& figure, uint32_t value) {
+    figure.store(static_cast<int32_t>(value), std::memory_order_relaxed);
+}
+
+}  // namespace
+
+qm_encode_worker::qm_encode_worker(const char* name, qm_list<qm_dbframe>& list,
+                                   qm_encode_stat* stat, int first_row,
+                                   std::atomic<int32_t>* audio_frames, sim::Alarm& alarm)
+    : m_name(name),
+      m_list(list),
+      m_stat(stat),
+      m_first_row(first_row),
+      m_audio_frames(audio_frames),
+      m_alarm(alarm) {}
+
+qm_encode_worker::~qm_encode_worker() {
+    while (qm_dbframe* frame = m_list.pop()) delete frame;
+    while (qm_dbframe* frame = m_blanks) {
+        m_blanks = frame->next;
+        delete frame;
+    }
+}
+
+void qm_encode_worker::work(void* codec, uint32_t stream_mask, iqm_db* db,
+                            const std::atomic<uint32_t>& stop) {
+    if (!codec || !db) {
+        while (stop.load() == 0) m_alarm.wait_until(sim::NEVER);
+        return;
+    }
+    memset(m_key_seen, 0, sizeof m_key_seen);
+    memset(m_key_needed, 0, sizeof m_key_needed);
+    sim::Board* board = sim::Board::of(codec);
+    sim::StreamDb& store = *sim::StreamDb::of(db);
+    store.begin_writing();
+    board->attach(stream_mask, this);
+    while (stop.load() == 0) {
+        write_waiting(store);
+        m_alarm.wait_until(sim::NEVER);
+    }
+    board->detach(this);
+    write_waiting(store);
+    note_refusals();
+    store.end_writing();
+}
+
+qm_dbframe* qm_encode_worker::blank(size_t bytes) {
+    qm_dbframe* frame = nullptr;
+    {
+        std::lock_guard lock(m_blanks_mutex);
+        frame = m_blanks;
+        if (frame) {
+            m_blanks = frame->next;
+            --m_blank_count;
+        }
+    }
+    if (!frame) frame = new qm_dbframe;
+    frame->reserve(bytes);
+    return frame;
+}
+
+void qm_encode_worker::recycle(qm_dbframe* frame) {
+    std::lock_guard lock(m_blanks_mutex);
+    if (m_blank_count >= MAX_BLANK_FRAMES) {
+        delete frame;
+        return;
+    }
+    ++m_blank_count;
+    frame->next = m_blanks;
+    m_blanks = frame;
+}
+
+void qm_encode_worker::count(const sim::FrameInfo& info) {
+    const int ch = info.channel;
+    if (info.kind == sim::FrameKind::audio) {
+        if (m_audio_frames) sim::add_saturating(m_audio_frames[ch], 1);
+        return;
+    }
+    qm_encode_stat& stat = m_stat[info.stream - m_first_row];
+    sim::add_saturating(stat.total_frames[ch], 1);
+    sim::add_saturating(stat.total_bytes[ch], info.bytes);
+    sim::add_saturating(stat.period_frames[ch], 1);
+    sim::add_saturating(stat.period_bytes[ch], info.bytes);
+    set(stat.last_frame[ch], info.number);
+    if (!is_key(info.kind)) return;
+    if (m_key_seen[info.stream][ch])
+        set(stat.idr_distance[ch], info.number - m_key_number[info.stream][ch]);
+    m_key_number[info.stream][ch] = info.number;
+    m_key_seen[info.stream][ch] = true;
+}
+
+// A group whose key frame is gone cannot be decoded: when the dropped group is its channel's newest,
+// the frames still to come go as well, until the next key frame.
+void qm_encode_worker::drop_oldest_group() {
+    qm_dbframe* group = m_list.take_group();
+    while (group) {
+        qm_dbframe* next = group->next;
+        const sim::FrameInfo& info = group->info;
+        if (info.kind != sim::FrameKind::audio)
+            m_key_needed[info.stream][info.channel] =
+                m_key_number[info.stream][info.channel] <= info.number;
+        m_waiting_bytes -= info.bytes;
+        ++m_dropped;
+        recycle(group);
+        group = next;
+    }
+}
+
+// The oldest groups make room. False when the frame itself has to go.
+bool qm_encode_worker::make_room(const sim::FrameInfo& info) {
+    while (m_list.count() > 0 && (m_list.count() >= MAX_WAITING_FRAMES ||
+                                  m_waiting_bytes + info.bytes > MAX_WAITING_BYTES))
+        drop_oldest_group();
+    if (info.kind == sim::FrameKind::audio) return true;
+    bool& key_needed = m_key_needed[info.stream][info.channel];
+    if (is_key(info.kind)) key_needed = false;
+    return !key_needed;
+}
+
+void qm_encode_worker::deliver(qm_dbframe* frame) {
+    count(frame->info);
+    if (!make_room(frame->info)) {
+        ++m_dropped;
+        recycle(frame);
+        return;
+    }
+    m_waiting_bytes += frame->info.bytes;
+    m_list.push(frame);
+    m_batch = true;
+}
+
+void qm_encode_worker::end_of_batch() {
+    if (!m_batch) return;
+    m_batch = false;
+    m_alarm.ring();
+}
+
+void qm_encode_worker::write_waiting(sim::StreamDb& db) {
+    while (qm_dbframe* frame = m_list.pop()) {
+        pause_for_slow_disk();
+        if (!db.append(*frame)) ++m_refused;
+        m_waiting_bytes -= frame->info.bytes;
+        recycle(frame);
+        note_drops(false);
+    }
+    note_drops(true);
+}
+
+// Rings meanwhile are no loss: the list is emptied before the worker waits again.
+void qm_encode_worker::pause_for_slow_disk() {
+    const int64_t pause_us = int64_t{sim::settings().slow_disk_ms} * 1000;
+    if (pause_us == 0) return;
+    const int64_t end_us = sim::now_us() + pause_us;
+    while (sim::now_us() < end_us) m_alarm.wait_until(end_us);
+}
+
+// One line when frames begin to be dropped, one when the worker has caught up again.
+void qm_encode_worker::note_drops(bool caught_up) {
+    const uint64_t dropped = m_dropped;
+    if (dropped != m_dropped_noted && !m_dropping) {
+        sim::complain("%s: the database is too slow, waiting frames are being dropped", m_name);
+        m_dropping = true;
+    }
+    if (!m_dropping || !caught_up) return;
+    sim::complain("%s: the database has caught up, %llu frames were dropped", m_name,
+                  static_cast<unsigned long long>(dropped - m_dropped_noted));
+    m_dropped_noted = dropped;
+    m_dropping = false;
+}
+
+void qm_encode_worker::note_refusals() {
+    if (m_refused > 0)
+        sim::complain("%s: %llu records were refused, larger than the database can hold", m_name,
+                      static_cast<unsigned long long>(m_refused));
+    m_refused = 0;
+}

@@ -1,0 +1,277 @@
+// Delivering recorded frames in recorded time. What the operator types stands in PB.
+#include "sdk/workers/playback_engine.h"
+
+#include <algorithm>
+#include <cstdint>
+
+#include "sdk/video/payload.h"
+#include "sdk/workers/saturating.h"
+
+namespace {
+
+// Speeds in eighths of the recorded one: 1/8 to 16 times.
+constexpr int LADDER[] = {1, 2, 4, 8, 16, 32, 64, 128};
+constexpr int TOP_RUNG = 7;
+constexpr int NORMAL_RUNG = 3;
+constexpr int KEYS_ONLY_EIGHTHS = 64;  // from 8 times on
+
+constexpr int CHANNELS_PER_CHIP = QMCODEC_CHANNELS / QMCODEC_CHIPS;
+
+// Frames delivered before the thread looks at its requests again.
+constexpr int BATCH = 64;
+
+bool has_bit(uint32_t mask, int bit) { return mask >> bit & 1; }
+
+}  // namespace
+
+qm_playback_engine::qm_playback_engine(qm_thread_decode& owner, sim::Alarm& alarm)
+    : m_owner(owner), m_alarm(alarm) {}
+
+template <class Change>
+void qm_playback_engine::ask(Change change) {
+    {
+        std::lock_guard lock(m_mutex);
+        change(m_asked);
+    }
+    m_alarm.ring();
+}
+
+void qm_playback_engine::set_state(int state) {
+    ask([state](Request& r) {
+        r.control.playing = state == PB_STATE_FORWARD;
+        r.forward = r.control.playing;
+        if (state == PB_STATE_NEXT_FRAME && r.steps < INT32_MAX) ++r.steps;
+    });
+}
+
+void qm_playback_engine::change_speed(int direction, int step) {
+    const int rungs = std::clamp(step, 0, TOP_RUNG);
+    ask([&](Request& r) {
+        int& rung = r.control.rung;
+        rung = std::clamp(rung + (direction == 1 ? rungs : -rungs), 0, TOP_RUNG);
+    });
+}
+
+void qm_playback_engine::set_channels(unsigned long channels, unsigned long chips) {
+    uint32_t mask = 0;
+    for (int ch = 0; ch < QMCODEC_CHANNELS; ++ch)
+        if ((channels >> ch & 1) && (chips >> (ch / CHANNELS_PER_CHIP) & 1)) mask |= 1u << ch;
+    ask([mask](Request& r) { r.control.channels = mask; });
+}
+
+void qm_playback_engine::enable_audio(bool enable) {
+    ask([enable](Request& r) { r.control.audio = enable; });
+}
+
+void qm_playback_engine::set_audio_channel(int channel) {
+    const int held = std::clamp(channel, 0, QMCODEC_CHANNELS - 1);
+    ask([held](Request& r) { r.control.audio_channel = held; });
+}
+
+int qm_playback_engine::figure(E_CALCUL figure, int channel) {
+    if (channel < 0 || channel >= QMCODEC_CHANNELS) return 0;
+    switch (figure) {
+        case CALCUL_PERIOD_FRAMES:
+            return m_period_frames[channel].exchange(0, std::memory_order_relaxed);
+        case CALCUL_PERIOD_BYTES:
+            return m_period_bytes[channel].exchange(0, std::memory_order_relaxed);
+        case CALCUL_TOTAL_FRAMES:
+            return m_total_frames[channel].load(std::memory_order_relaxed);
+    }
+    return 0;
+}
+
+sim::PlaybackReport qm_playback_engine::report() {
+    std::lock_guard lock(m_mutex);
+    sim::PlaybackReport report;
+    report.audio_frames = m_audio_frames;
+    report.damaged = m_damaged;
+    report.speed_eighths = LADDER[m_asked.control.rung];
+    report.state = m_asked.control.playing ? PB_STATE_FORWARD : PB_STATE_PAUSE;
+    return report;
+}
+
+void qm_playback_engine::work(iqm_db* db, const std::atomic<uint32_t>& stop) {
+    m_db = db ? sim::StreamDb::of(db) : nullptr;
+    rewind();
+    for (int ch = 0; ch < QMCODEC_CHANNELS; ++ch) {
+        m_total_frames[ch] = m_period_frames[ch] = m_period_bytes[ch] = 0;
+        m_owner.idr_distance[ch] = 0;
+        m_key_seen[ch] = false;
+    }
+    m_control = Control{};
+    m_steps = 0;
+    while (stop.load() == 0) m_alarm.wait_until(run_once());
+    put_back();
+    if (m_db) m_db->watch(nullptr);
+    m_db = nullptr;
+    // The next start is paused on the first frame again, whatever was going on.
+    std::lock_guard lock(m_mutex);
+    m_asked = Request{};
+}
+
+void qm_playback_engine::rewind() {
+    put_back();
+    m_scan = m_db ? m_db->first() : 0;
+    std::fill(std::begin(m_next), std::end(m_next), m_scan);
+    std::fill(std::begin(m_key_needed), std::end(m_key_needed), true);
+    m_anchored = false;
+    m_at_end = false;
+}
+
+// A change of anything starts the timing anew, at the frame that is next. Forward playback asked for
+// at the end starts from the beginning.
+void qm_playback_engine::take_request() {
+    Request request;
+    {
+        std::lock_guard lock(m_mutex);
+        request = m_asked;
+        m_asked.forward = false;
+        m_asked.steps = 0;
+    }
+    m_steps += request.steps;
+    if (request.forward && m_at_end) rewind();
+    if (request.control == m_control) return;
+    const uint32_t switched_off = m_control.channels & ~request.control.channels;
+    for (int ch = 0; ch < QMCODEC_CHANNELS; ++ch)
+        if (has_bit(switched_off, ch)) m_key_needed[ch] = true;
+    m_control = request.control;
+    put_back();
+    m_anchored = false;
+}
+
+int64_t qm_playback_engine::run_once() {
+    take_request();
+    if (!m_db) return sim::NEVER;
+    if (m_steps > 0) {
+        --m_steps;
+        step();
+        return sim::now_us();
+    }
+    return m_control.playing ? play() : sim::NEVER;
+}
+
+int64_t qm_playback_engine::due_us() const {
+    const int64_t recorded = m_ahead.info.time_us - m_anchor_record_us;
+    return m_anchor_us + recorded * LADDER[NORMAL_RUNG] / LADDER[m_control.rung];
+}
+
+int64_t qm_playback_engine::play() {
+    for (int delivered = 0; delivered < BATCH; ++delivered) {
+        if (!fetch_ahead()) {
+            // The recorder rings from here on; what it wrote in between is looked for once more.
+            m_db->watch(&m_alarm);
+            const bool live = m_db->writing();
+            if (!fetch_ahead()) {
+                m_anchored = false;  // what arrives is played when it arrives
+                if (!live) stop_at_end();
+                return sim::NEVER;
+            }
+        }
+        m_db->watch(nullptr);
+        const int64_t now = sim::now_us();
+        if (!m_anchored) {
+            m_anchor_record_us = m_ahead.info.time_us;
+            m_anchor_us = now;
+            m_anchored = true;
+        }
+        if (due_us() > now) return due_us();
+        m_owner.frame_list.pop();
+        m_is_ahead = false;
+        deliver(m_ahead, m_ahead_number);
+    }
+    return sim::now_us();
+}
+
+void qm_playback_engine::stop_at_end() {
+    m_at_end = true;
+    m_control.playing = false;
+    std::lock_guard lock(m_mutex);
+    if (!m_asked.forward) m_asked.control.playing = false;
+}
+
+// Channels whose next frame the ring may have dropped go on with a key frame.
+void qm_playback_engine::skip_what_the_ring_dropped() {
+    const uint64_t first = m_db->first();
+    if (m_scan >= first) return;
+    for (int ch = 0; ch < QMCODEC_CHANNELS; ++ch)
+        if (m_next[ch] < first) m_key_needed[ch] = true;
+    m_scan = first;
+    m_anchored = false;
+}
+
+// Reads the next frame to deliver into m_ahead. False at the end of what is recorded.
+bool qm_playback_engine::fetch_ahead() {
+    if (m_is_ahead) return true;
+    sim::FrameInfo info;
+    for (;; ++m_scan) {
+        skip_what_the_ring_dropped();
+        if (m_scan >= m_db->end()) return false;
+        if (!m_db->info(m_scan, info) || !wanted(info, m_scan)) continue;
+        if (m_db->read(m_scan, m_ahead)) break;
+    }
+    m_ahead_number = m_scan++;
+    m_is_ahead = true;
+    m_owner.frame_list.push(&m_ahead);
+    return true;
+}
+
+void qm_playback_engine::put_back() {
+    if (!m_is_ahead) return;
+    m_owner.frame_list.pop();
+    m_is_ahead = false;
+    m_scan = m_ahead_number;
+}
+
+bool qm_playback_engine::wanted(const sim::FrameInfo& info, uint64_t number) {
+    const int ch = info.channel;
+    if (info.kind == sim::FrameKind::audio)
+        return m_control.audio && m_control.rung == NORMAL_RUNG && ch == m_control.audio_channel;
+    if (info.stream > DEC_STREAM_DUAL || number < m_next[ch]) return false;
+    const bool on = has_bit(m_control.channels, ch);
+    const bool keys_only = LADDER[m_control.rung] >= KEYS_ONLY_EIGHTHS;
+    const bool decodable = is_key(info.kind) || (!m_key_needed[ch] && !keys_only);
+    if (on && decodable) return true;
+    m_key_needed[ch] = true;  // a frame is passed over
+    return false;
+}
+
+// The next frame of every channel that is on, each from where that channel stands.
+void qm_playback_engine::step() {
+    put_back();
+    skip_what_the_ring_dropped();
+    uint32_t missing = m_control.channels;
+    sim::FrameInfo info;
+    qm_dbframe frame;
+    for (uint64_t n = m_scan; missing != 0 && n < m_db->end(); ++n) {
+        if (!m_db->info(n, info) || info.kind == sim::FrameKind::audio) continue;
+        const int ch = info.channel;
+        if (!has_bit(missing, ch) || info.stream > DEC_STREAM_DUAL || n < m_next[ch]) continue;
+        if (m_key_needed[ch] && !is_key(info.kind)) continue;
+        if (!m_db->read(n, frame)) continue;
+        deliver(frame, n);
+        missing &= ~(1u << ch);
+    }
+    m_anchored = false;
+}
+
+void qm_playback_engine::deliver(const qm_dbframe& frame, uint64_t number) {
+    const sim::FrameInfo& info = frame.info;
+    const int ch = info.channel;
+    if (info.kind == sim::FrameKind::audio) {
+        ++m_audio_frames;
+        return;
+    }
+    if (!check_payload(info, frame.payload.get(), info.bytes)) ++m_damaged;
+    m_next[ch] = number + 1;
+    sim::add_saturating(m_total_frames[ch], 1);
+    sim::add_saturating(m_period_frames[ch], 1);
+    sim::add_saturating(m_period_bytes[ch], info.bytes);
+    m_owner.current_time = qm_time(info.time_us / 1000);
+    if (!is_key(info.kind)) return;
+    if (m_key_seen[ch] && info.number > m_key_number[ch])
+        m_owner.idr_distance[ch] = static_cast<int32_t>(info.number - m_key_number[ch]);
+    m_key_number[ch] = info.number;
+    m_key_seen[ch] = true;
+    m_key_needed[ch] = false;
+}
