@@ -1,0 +1,44 @@
+# Finds out which packages are missing and installs them; sourced by run.sh, test.sh and .ci/run.
+# shellcheck shell=bash
+#
+#   need CONDITION PACKAGE PURPOSE   notes PACKAGE as missing unless the command CONDITION succeeds
+#   install_missing                  installs what was noted, saying for each package what it is for
+
+missing_packages=()
+
+fail() {
+    echo "${0##*/}: $*" >&2
+    exit 1
+}
+
+need() {
+    eval "$1" >/dev/null 2>&1 && return
+    echo "${0##*/}: installing $2: $3" >&2
+    missing_packages+=("$2")
+}
+
+have_googletest() {
+    [ -e /usr/include/gtest/gtest.h ] || [ -e /usr/local/include/gtest/gtest.h ]
+}
+
+need_for_building() {
+    need "command -v cmake" cmake "describes the build"
+    need "command -v ninja" ninja-build "runs the build"
+    need "command -v g++" g++ "compiles the program"
+}
+
+install_missing() {
+    [ ${#missing_packages[@]} -gt 0 ] || return 0
+    local names="${missing_packages[*]}" as_root=() output
+    command -v apt-get >/dev/null || fail "no apt-get here; install by hand: $names"
+    if [ "$(id -u)" -ne 0 ]; then
+        command -v sudo >/dev/null || fail "neither root nor sudo; install by hand: $names"
+        as_root=(sudo)
+    fi
+    as_root+=(env DEBIAN_FRONTEND=noninteractive)
+    output=$("${as_root[@]}" apt-get -qq update 2>&1) ||
+        fail "apt-get update failed: $(tail -n 1 <<<"$output")"
+    output=$("${as_root[@]}" apt-get -qq install -y --no-install-recommends \
+        "${missing_packages[@]}" </dev/null 2>&1) ||
+        fail "apt-get install $names failed: $(tail -n 1 <<<"$output")"
+}
