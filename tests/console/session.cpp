@@ -1,0 +1,43 @@
+// Starting the program and comparing what it printed.
+#include "tests/console/session.h"
+
+#include <regex>
+
+#include "tests/console/texts.h"
+
+void Session::start(const std::vector<std::string>& arguments) {
+    m_console = std::make_unique<ConsoleProcess>(
+        Program{QM7105_PROGRAM, arguments, m_directory.path(), {}}, wire());
+}
+
+void Session::check(const std::string& input, const std::string& expected) {
+    if (!m_console) start();
+    m_console->send(input);
+    m_console->end_input();
+    EXPECT_EQ(after_banner(m_console->read_all()), expected);
+    EXPECT_EQ(m_console->wait_exit(), 0);
+}
+
+void Session::check_top(const std::string& input, const std::string& expected) {
+    check(input, texts::TOP_HELP + texts::TOP + expected + texts::FAREWELL);
+}
+
+void Session::check_main(const std::string& input, const std::string& expected) {
+    check_top("MAIN\n" + input + "EXIT\nQ\n",
+              texts::MAIN_HELP + texts::MAIN + expected + texts::MAIN_CLOSING + texts::TOP);
+}
+
+std::string after_banner(const std::string& output) {
+    std::smatch banner;
+    const bool found = std::regex_search(output, banner, std::regex(texts::BANNER),
+                                         std::regex_constants::match_continuous);
+    EXPECT_TRUE(found) << testing::PrintToString(output);
+    return found ? banner.suffix().str() : output;
+}
+
+int count_of(const std::string& text, const std::string& output) {
+    int count = 0;
+    for (size_t at = output.find(text); at != std::string::npos; at = output.find(text, at + 1))
+        ++count;
+    return count;
+}
