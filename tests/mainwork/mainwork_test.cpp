@@ -155,6 +155,11 @@ TEST_F(MainMenu, UsesAllChipsWhenThereAreSeveralArguments) {
     expect_mask({"MAIN", "3", "1"}, "15");
 }
 
+TEST_F(MainMenu, ReadsAMaskThatHoldsASingleSpellingWhole) {
+    expect_mask({"MAIN", "120X5"}, "0");  // 120, then a stop
+    expect_mask({"MAIN", "120x5"}, "0");
+}
+
 TEST_F(MainMenu, SkipsThePrefixOfAMaskThatHoldsBothSpellings) {
     expect_mask({"MAIN", "0X0x5"}, "5");
     expect_mask({"MAIN", "0x0X6"}, "6");
