@@ -33,7 +33,7 @@ class Terminal:
         self.read_to = 0
         self.run = None
         # Settings that no default has, so that putting back a default would be seen.
-        subprocess.run(["stty", "erase", "^H", "intr", "^C", "susp", "^Y", "-ixon", "-echoctl",
+        subprocess.run(["stty", "erase", "^H", "intr", "^C", "susp", "^Z", "-ixon", "-echoctl",
                         "tostop"], stdin=self.slave, check=True)
 
     def start(self, *arguments, stdin=None, cwd=None):
@@ -177,7 +177,7 @@ class OnATerminal(unittest.TestCase):
         places = {os.readlink(f"/proc/{process}/cwd")
                   for process in processes_of_session(terminal.run.pid)
                   if os.readlink(f"/proc/{process}/exe").endswith("/qm7105")}
-        self.assertEqual({str(ROOT / "build" / "run")}, places)
+        self.assertEqual({str((ROOT / "build" / "run").resolve())}, places)
         terminal.type("q\n")
         self.assertEqual(0, terminal.end())
 
