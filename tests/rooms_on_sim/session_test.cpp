@@ -1,0 +1,289 @@
+// The rooms on the stand-in: sessions with real threads, the flows that reach for objects which are
+// not there, and what is left behind.
+#include <dirent.h>
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <fstream>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "env/app_env.h"
+#include "mainwork/encode.h"
+#include "mainwork/encode_reports.h"
+#include "mainwork/mainwork.h"
+#include "mainwork/qm_workers.h"
+#include "sdk/sim_control.h"
+#include "searchwork/search_db.h"
+#include "searchwork/search_reports.h"
+#include "statuswork/status_thread.h"
+#include "tests/support/console.h"
+
+namespace {
+
+constexpr uint32_t ON_DISK = 0;
+
+int count_entries(const char* folder) {
+    int count = 0;
+    DIR* dir = opendir(folder);
+    while (readdir(dir)) ++count;
+    closedir(dir);
+    return count;
+}
+
+int threads_of_process() { return count_entries("/proc/self/task") - 2; }
+
+int descriptors_of_process() { return count_entries("/proc/self/fd"); }
+
+// Every test runs in a session of the MAIN menu: `script` is what the operator types in it.
+class Session : public ::testing::Test {
+  protected:
+    void SetUp() override {
+        sim::control_reset();
+        env.Default();
+        for (int stream = 0; stream < 3; ++stream)
+            for (int ch = 0; ch < 4; ++ch) {
+                env.venc[stream][ch].enable = 1;
+                env.venc[stream][ch].framerate = 30;
+                env.venc[stream][ch].res = 0;
+            }
+        env.audio_enable[0] = 1;
+        threads_before = threads_of_process();
+    }
+    void TearDown() override {
+        EXPECT_EQ(env.codec, nullptr);
+        EXPECT_EQ(_l_stDec.thread.load(), nullptr);
+        EXPECT_EQ(_l_st_stat.thread, nullptr);
+        EXPECT_EQ(sim::open_databases(), 0);
+        EXPECT_EQ(threads_of_process(), threads_before);
+        _l_st_stat.mask_a = 0;
+        _l_st_stat.mask_b = 0;
+        sim::control_reset();
+    }
+
+    std::string run(const std::string& script) {
+        return run_console(script, [] {
+            char word[] = "MAIN";
+            char* argv[] = {word};
+            EXPECT_EQ(app_mainwork(1, argv), 0);
+        });
+    }
+
+    CAppEnv& env = *GetAppEnv();
+    int threads_before = 0;
+};
+
+bool contains(const std::string& text, const std::string& part) {
+    return text.find(part) != std::string::npos;
+}
+
+int count_of(const std::string& text, const std::string& part) {
+    int count = 0;
+    for (size_t at = text.find(part); at != std::string::npos; at = text.find(part, at + 1)) ++count;
+    return count;
+}
+
+TEST_F(Session, LeavesMainWithEverythingRunning) {
+    const std::string out = run(
+        "encode 0\nencode 2\nstatus\nset\nt f00030f 0\n9\nrun\nexit\nsearch\npb 4\nexit\nexit\n");
+    EXPECT_EQ(count_of(out, " !! Status thread is stopped !!\n"), 1);
+    const std::string tail =
+        " !! Status thread is stopped !!\nRelease ReleaseAVCodec - Begin\n"
+        "Release ReleaseAVCodec - End\nDestroy QM AV Codec.\n";
+    ASSERT_GE(out.size(), tail.size());
+    EXPECT_EQ(escaped(out.substr(out.size() - tail.size())), escaped(tail));
+}
+
+TEST_F(Session, EndsWithTheInputInTheMiddleOfPlayback) {
+    const std::string out = run("encode 0\nsearch\npb 4\nstatus\nrun\nset\n1");
+    EXPECT_TRUE(contains(out, "Destroy QM AV Codec.\n"));
+}
+
+TEST_F(Session, SearchesBeforeAnythingWasEncoded) {
+    const std::string out = run("search\npb 4\npb 5\npb\nexit\nexit\n");
+    EXPECT_TRUE(contains(out, "Decode DB Stream : 0, Type : 2\n"));
+    EXPECT_TRUE(contains(out, "SEARCH>"));
+}
+
+TEST_F(Session, SurvivesARefusedSearchWhenNoDatabaseWasEverOpened) {
+    env.decode_db_type = 3;
+    EXPECT_TRUE(contains(run("search\nexit\n"), "##### Decode DB Type Error.\n"
+                                                "Decode DB Stream : 0, Type : 0\n"));
+    env.board_type = 7;
+    EXPECT_TRUE(contains(run("search\nexit\n"), "[Err] Board type [7] can't support search mode.\n"));
+}
+
+TEST_F(Session, SurvivesAFailedSearchOpenAgainAndAgain) {
+    env.main_database_type = ON_DISK;
+    const std::string out = run("search\nsearch\nencode 0\nsearch\nexit\n");
+    EXPECT_EQ(count_of(out, "Decode DB Stream : 0, Type : 0\n"), 3);
+    EXPECT_FALSE(contains(out, "SEARCH>"));
+}
+
+TEST_F(Session, SurvivesSetdbWithANumberThatIsNoStream) {
+    const std::string out = run(
+        "encode 0\nsearch\nsetdb 5\npb 4\npb 5\nsetdb 5\nsetdb 1\nexit\n"
+        "search\nsetdb -1\nexit\nsearch\npb 4\nexit\nexit\n");
+    EXPECT_EQ(count_of(out, "##### Decode DB Type Error.\n"), 3);
+}
+
+TEST_F(Session, SurvivesSetdbWhoseOpenFails) {
+    env.dual_database_type = ON_DISK;
+    const std::string out = run(
+        "encode 0\nsearch\nsetdb 1\npb 4\npb setchmask ff\nsetdb 1\nsetdb 0\npb 4\nsetdb 1\n"
+        "pb 3\nexit\nsearch\nsetdb 7\nexit\nexit\n");
+    EXPECT_EQ(count_of(out, "Decode DB Stream : 1, Type : 0\n"), 2);
+    EXPECT_TRUE(contains(out, "Destroy QM AV Codec.\n"));
+}
+
+TEST_F(Session, StartsThePlaybackThreadAgainAfterEachSetdb) {
+    std::string script = "encode 0\nencode 2\nsearch\npb 4\n";
+    for (int i = 0; i < 50; ++i) script += "setdb 1\npb 4\nsetdb 0\npb 5\n";
+    const std::string out = run(script + "exit\nexit\n");
+    EXPECT_EQ(count_of(out, "Decode DB Stream : 1, Type : 2\n"), 50);
+    EXPECT_EQ(count_of(out, "Decode DB Stream : 0, Type : 2\n"), 51);
+}
+
+TEST_F(Session, SurvivesEncodersWhoseDatabaseFails) {
+    env.main_database_type = env.dual_database_type = ON_DISK;
+    const std::string out = run("encode 0\nencode 0\nencode 1\nencode 2\nencode 2\nencode 3\nexit\n");
+    EXPECT_EQ(count_of(out, "Encode DB Stream :"), 2);
+    EXPECT_FALSE(contains(out, "already running"));
+    env.dual_database_type = 2;
+    env.jpeg_database_type = ON_DISK;
+    EXPECT_TRUE(contains(run("encode 2\nencode 2\nencode 3\nexit\n"), "already running"));
+}
+
+TEST_F(Session, OpensAgainAfterEachFault) {
+    for (const char* fault : {"fail.create=1", "fail.mask=1", "fail.init=1"}) {
+        sim::control(fault);
+        EXPECT_FALSE(contains(run("exit\n"), "MAIN>")) << fault;
+        EXPECT_TRUE(contains(run("exit\n"), "MAIN>")) << fault;
+    }
+}
+
+// Counts what piles up, if anything does.
+TEST_F(Session, RecordsTheOtherStreamsAThousandTimesWithTheJpegDatabaseLeftOpen) {
+    sim::use_stepped_clock(1'700'000'000'000'000);
+    int descriptors = 0;
+    uint64_t encoded = 0;
+    const std::string out = run_console("", [&] {
+        ASSERT_EQ(CreateQMAVCodec(&env.codec), 0);
+        QMCodecSystem* system = env.codec->GetSystem();
+        system->SetChipEnableMask(15);
+        _QM_AVCODEC_INIT_PARAM param = {};
+        system->InitAVCodec(&param);
+        mainwork_setup();
+        for (int i = 0; i < 1000; ++i) {
+            app_encode_command(ENCODE_RUN_OTHERS);
+            sim::step_clock(40'000);  // one or two frames of each channel
+            encoded += static_cast<uint64_t>(env.jpeg_encode_thread->stat[0].total_frames[0]);
+            app_encode_command(ENCODE_STOP_OTHERS);
+            if (i == 0) descriptors = descriptors_of_process();
+            ASSERT_EQ(sim::open_databases(), 1);  // the JPEG database
+        }
+        EXPECT_EQ(descriptors_of_process(), descriptors);
+        EXPECT_EQ(threads_of_process(), threads_before + 1);  // the board's pacer
+        const sim::DatabaseReport kept = sim::database_report(env.jpeg_db);
+        EXPECT_GE(encoded, 1000u);
+        EXPECT_EQ(kept.end, 4 * encoded);  // four channels
+        EXPECT_EQ(kept.video, 960u);       // the ring's limit
+        EXPECT_EQ(kept.refused, 0u);
+        system->ReleaseAVCodec();
+        DestroyQMAVCodec(env.codec);
+        env.codec = nullptr;
+    });
+    EXPECT_FALSE(contains(out, "[Err]"));
+}
+
+// The builders run on a thread of their own while the console thread takes the playback object away.
+TEST_F(Session, BuildsSearchReportsWhileSearchIsEnteredAndLeft) {
+    std::atomic<bool> stop{false};
+    std::atomic<int> built{0};
+    std::thread reports([&] {
+        std::string rate, idr;
+        while (!stop) {
+            app_searchwork_getstatus_string(&rate);
+            app_searchwork_get_idr_status_string(&idr);
+            if (!rate.empty() && !idr.empty()) ++built;
+        }
+    });
+    std::string script = "encode 0\n";
+    for (int i = 0; i < 30; ++i) script += "search\npb 4\nsetdb 1\nsetdb 0\nexit\n";
+    run(script + "exit\n");
+    for (int i = 0; i < 100 && built == 0; ++i) run("search\nsetdb 1\nsetdb 0\nexit\nexit\n");
+    stop = true;
+    reports.join();
+    EXPECT_GT(built, 0);
+}
+
+TEST_F(Session, BuildsEncodeReportsWhileEncodersStartAndStop) {
+    std::atomic<bool> stop{false};
+    std::thread reports([&] {
+        std::string text;
+        while (!stop) {
+            app_mainwork_getstatus_string(&text);
+            app_mainwork_get_idr_status_string(&text);
+            app_get_audio_frame_count_status(&text);
+            app_get_other_stream_status(&text, QMCODEC_STREAM_DUAL);
+            app_get_other_stream_status(&text, QMCODEC_STREAM_JPEG);
+            app_get_other_stream_idr_status(&text, QMCODEC_STREAM_DUAL);
+            std::this_thread::yield();
+        }
+    });
+    std::string script;
+    for (int i = 0; i < 30; ++i)
+        script += "encode 0\nencode 2\nsetup\nenvchange -ve 0 16 4 12\nexit\nencode 1\nencode 3\n";
+    const std::string out = run(script + "exit\n");
+    stop = true;
+    reports.join();
+    EXPECT_EQ(count_of(out, "Encode DB Stream : "), 30);
+}
+
+// The status thread itself, ten times as fast as a watch.
+TEST_F(Session, PrintsEachTableEverySecondOfBoardTime) {
+    sim::use_stepped_clock(1'700'000'000'000'000);
+    const std::string out = run_console("", [&] {
+        ASSERT_EQ(CreateQMAVCodec(&env.codec), 0);
+        QMCodecSystem* system = env.codec->GetSystem();
+        system->SetChipEnableMask(15);
+        _QM_AVCODEC_INIT_PARAM param = {};
+        system->InitAVCodec(&param);
+        mainwork_setup();
+        app_encode_command(ENCODE_RUN_MAIN);
+        _l_st_stat.mask_a = 1;
+        app_stat_run(0, nullptr);
+        auto& taken = env.main_encode_thread->stat[0].period_frames[0];
+        // The thread takes its start time first; the clock stands still until it has.
+        std::this_thread::sleep_for(std::chrono::milliseconds(200));
+        for (int second = 0; second < 3; ++second) {
+            sim::step_clock(1'000'000);
+            while (taken != 0) std::this_thread::sleep_for(std::chrono::milliseconds(1));
+        }
+        app_status_stop();
+        app_encode_command(ENCODE_STOP_MAIN);
+        system->ReleaseAVCodec();
+        DestroyQMAVCodec(env.codec);
+        env.codec = nullptr;
+    });
+    EXPECT_EQ(count_of(out, "\nMain Stream Encode Status\n"), 3);
+    // QCIF at QP 27, IDR every 7: frames 0, 7, 14, 21, 28 of the first 30 are key frames, 220 bytes
+    // for the others and 1320 for those: 12100 bytes, 11.8 KiB, 94 Kibit.
+    EXPECT_TRUE(contains(out, " 0        30         30       11.8        94\n"));
+    EXPECT_TRUE(contains(out, " 0        60         30"));
+    EXPECT_TRUE(contains(out, " 0        90         30"));
+    EXPECT_TRUE(contains(out, "15         0          0        0.0         0\n"));
+}
+
+TEST_F(Session, CarriesAPrivateZoneAndLiveChangesToTheBoard) {
+    const std::string out = run(
+        "encode 0\nprivate 0 1 0 0 256 256\nprivate 200 1 0 0 1 1\nprivate 272 0 0 0 0 0\n"
+        "setup\nenvchange -ve 0 16 3 7\nenvchange -ve 0 16 7 77\nenvchange -ve 5 3 6 -1\n"
+        "envchange -ve 0 1 3 -5\nexit\nencode 1\nexit\n");
+    EXPECT_TRUE(contains(out, "app_private_zone() : 0, 1, (0,0) (256,256)\n"));
+    EXPECT_EQ(count_of(out, "app_private_zone() : "), 18);
+    EXPECT_EQ(env.venc[0][0].qp, 77 % 52);
+}
+
+}  // namespace

@@ -1,0 +1,194 @@
+// One channel's frames: when they are due and what they are.
+#include "sdk/board/encoder_channel.h"
+
+#include <gtest/gtest.h>
+
+#include <vector>
+
+namespace {
+
+using sim::EncoderChannel;
+using sim::FrameInfo;
+using sim::FrameKind;
+
+constexpr int64_t FIRST_US = 1'000'000'000;
+
+EncoderChannel channel_of(uint8_t stream, uint32_t rate, uint32_t idr) {
+    EncoderChannel channel;
+    channel.place(stream, 5);
+    channel.set_format(false);
+    channel.set_frame_rate(rate, 0, FIRST_US);
+    channel.set_idr_interval(idr);
+    channel.switch_on(FIRST_US);
+    return channel;
+}
+
+std::vector<FrameInfo> frames_of(EncoderChannel& channel, int count) {
+    std::vector<FrameInfo> frames;
+    for (int i = 0; i < count; ++i) frames.push_back(channel.encode());
+    return frames;
+}
+
+TEST(Ticker, IsExactOverAnyTime) {
+    sim::Ticker ticker;
+    ticker.start(FIRST_US, 7);
+    for (int i = 0; i < 7'000'000; ++i) ticker.advance();
+    EXPECT_EQ(ticker.due_us(), FIRST_US + int64_t{1'000'000} * 1'000'000);
+}
+
+TEST(Ticker, PassesOverWhatIsDueBeforeATime) {
+    sim::Ticker ticker;
+    ticker.start(FIRST_US, 30);
+    EXPECT_EQ(ticker.advance_to(FIRST_US), 0u);
+    EXPECT_EQ(ticker.advance_to(FIRST_US + 1'000'000), 30u);
+    EXPECT_EQ(ticker.due_us(), FIRST_US + 1'000'000);
+    EXPECT_EQ(ticker.advance_to(FIRST_US + 1'000'001), 1u);
+    EXPECT_EQ(ticker.due_us(), FIRST_US + 1'033'333);
+}
+
+TEST(Ticker, NeverComesAtRateZero) {
+    sim::Ticker ticker;
+    ticker.start(FIRST_US, 0);
+    EXPECT_EQ(ticker.due_us(), sim::NEVER);
+    EXPECT_EQ(ticker.advance_to(FIRST_US + 1), 0u);
+}
+
+TEST(EncoderChannel, NamesItsFramesAndTheirTimes) {
+    EncoderChannel channel = channel_of(1, 10, 0);
+    const std::vector<FrameInfo> frames = frames_of(channel, 3);
+    for (uint32_t n = 0; n < 3; ++n) {
+        EXPECT_EQ(frames[n].stream, 1);
+        EXPECT_EQ(frames[n].channel, 5);
+        EXPECT_EQ(frames[n].number, n);
+        EXPECT_EQ(frames[n].time_us, FIRST_US + n * 100'000);
+    }
+}
+
+TEST(EncoderChannel, HasAKeyFrameEveryIdrInterval) {
+    EncoderChannel channel = channel_of(0, 30, 4);
+    const std::vector<FrameInfo> frames = frames_of(channel, 12);
+    for (size_t n = 0; n < frames.size(); ++n)
+        EXPECT_EQ(frames[n].kind, n % 4 == 0 ? FrameKind::idr : FrameKind::p) << n;
+    EXPECT_GT(frames[4].bytes, frames[5].bytes);
+}
+
+TEST(EncoderChannel, HasOneKeyFrameAtIntervalZero) {
+    EncoderChannel channel = channel_of(0, 30, 0);
+    const std::vector<FrameInfo> frames = frames_of(channel, 1000);
+    EXPECT_EQ(frames[0].kind, FrameKind::idr);
+    for (size_t n = 1; n < frames.size(); ++n) EXPECT_EQ(frames[n].kind, FrameKind::p);
+}
+
+TEST(EncoderChannel, MakesEveryJpegFrameAKeyFrame) {
+    EncoderChannel by_stream = channel_of(2, 5, 30);
+    for (const FrameInfo& frame : frames_of(by_stream, 5)) EXPECT_EQ(frame.kind, FrameKind::jpeg);
+    EncoderChannel by_type = channel_of(0, 5, 30);
+    by_type.set_codec_type(2);
+    for (const FrameInfo& frame : frames_of(by_type, 5)) EXPECT_EQ(frame.kind, FrameKind::jpeg);
+}
+
+TEST(EncoderChannel, HoldsTheFormatsFrameRateLimit) {
+    EncoderChannel ntsc = channel_of(0, 31, 0);
+    EXPECT_EQ(frames_of(ntsc, 31)[30].time_us, FIRST_US + 1'000'000);
+    EncoderChannel pal;
+    pal.set_format(true);
+    pal.set_frame_rate(4'294'967'291u, 0, FIRST_US);
+    pal.switch_on(FIRST_US);
+    EXPECT_EQ(frames_of(pal, 26)[25].time_us, FIRST_US + 1'000'000);
+}
+
+TEST(EncoderChannel, GivesNoFramesAtRateZeroAndStartsAgainAtTheNextTick) {
+    EncoderChannel channel = channel_of(0, 10, 0);
+    frames_of(channel, 2);
+    channel.set_frame_rate(0, FIRST_US + 150'000, FIRST_US + 166'666);
+    EXPECT_EQ(channel.due_us(), sim::NEVER);
+    channel.set_frame_rate(5, FIRST_US + 10'000'000, FIRST_US + 10'033'333);
+    EXPECT_EQ(channel.due_us(), FIRST_US + 10'033'333);
+}
+
+TEST(EncoderChannel, TakesANewFrameRateFromItsLastFrame) {
+    EncoderChannel channel = channel_of(0, 10, 0);
+    frames_of(channel, 3);  // the last was due at 200 ms
+    channel.set_frame_rate(4, FIRST_US + 210'000, FIRST_US + 233'333);
+    EXPECT_EQ(channel.due_us(), FIRST_US + 450'000);
+}
+
+TEST(EncoderChannel, DoesNotBunchFramesWhenTheRateGoesUp) {
+    EncoderChannel channel = channel_of(0, 1, 0);
+    channel.encode();  // due at 0 ms, the next would be at 1000 ms
+    channel.set_frame_rate(30, FIRST_US + 900'000, FIRST_US + 933'333);
+    EXPECT_EQ(channel.due_us(), FIRST_US + 933'333);
+}
+
+TEST(EncoderChannel, StartsANewSizeTypeOrZoneWithAKeyFrame) {
+    EncoderChannel channel = channel_of(0, 30, 0);
+    frames_of(channel, 3);
+    channel.set_resolution(1);
+    EXPECT_EQ(channel.encode().kind, FrameKind::idr);
+    EXPECT_EQ(channel.encode().kind, FrameKind::p);
+    channel.set_zone({true, 0, 0, 16, 16});
+    EXPECT_EQ(channel.encode().kind, FrameKind::idr);
+    EXPECT_EQ(channel.encode().kind, FrameKind::p);
+    channel.set_codec_type(1);
+    EXPECT_EQ(channel.encode().kind, FrameKind::idr);
+    EXPECT_EQ(channel.encode().kind, FrameKind::p);
+}
+
+TEST(EncoderChannel, HasNoKeyFrameForASettingThatStaysTheSame) {
+    EncoderChannel channel = channel_of(0, 30, 0);
+    channel.set_resolution(2);
+    channel.set_zone({true, 1, 2, 3, 4});
+    frames_of(channel, 2);
+    channel.set_resolution(2);
+    channel.set_zone({true, 1, 2, 3, 4});
+    channel.set_codec_type(0);
+    channel.set_qp(30);
+    EXPECT_EQ(channel.encode().kind, FrameKind::p);
+}
+
+TEST(EncoderChannel, TakesAnUnknownResolutionForD1) {
+    EncoderChannel known = channel_of(0, 30, 0), unknown = channel_of(0, 30, 0);
+    known.set_resolution(3);
+    unknown.set_resolution(77);
+    EXPECT_EQ(unknown.encode().bytes, known.encode().bytes);
+}
+
+TEST(EncoderChannel, FollowsQpAtTheNextFrame) {
+    EncoderChannel channel = channel_of(0, 30, 0);
+    channel.encode();
+    const uint32_t before = channel.encode().bytes;
+    channel.set_qp(33);
+    EXPECT_EQ(channel.encode().bytes, before / 2);
+}
+
+TEST(EncoderChannel, LosesTheFrameAndStillHasItsKeyFrame) {
+    EncoderChannel channel = channel_of(0, 10, 3);
+    channel.lose();  // number 0, the key frame
+    const FrameInfo first = channel.encode();
+    EXPECT_EQ(first.number, 1u);
+    EXPECT_EQ(first.time_us, FIRST_US + 100'000);
+    EXPECT_EQ(first.kind, FrameKind::idr);
+}
+
+TEST(EncoderChannel, StartsOverWhenSwitchedOnAgain) {
+    EncoderChannel channel = channel_of(0, 10, 0);
+    frames_of(channel, 5);
+    channel.switch_on(FIRST_US + 1);  // already on: nothing happens
+    EXPECT_EQ(channel.names().number, 5u);
+    channel.switch_off();
+    EXPECT_EQ(channel.due_us(), sim::NEVER);
+    channel.switch_on(FIRST_US + 2'000'000);
+    const FrameInfo frame = channel.encode();
+    EXPECT_EQ(frame.number, 0u);
+    EXPECT_EQ(frame.kind, FrameKind::idr);
+    EXPECT_EQ(frame.time_us, FIRST_US + 2'000'000);
+}
+
+TEST(EncoderChannel, HasRoomForTheHeaderAtAnyBitRate) {
+    EncoderChannel channel = channel_of(0, 30, 0);
+    channel.set_bitrate_type(1);
+    channel.set_bitrate(0);
+    EXPECT_EQ(channel.encode().bytes, 32u);
+}
+
+}  // namespace

@@ -1,0 +1,82 @@
+// QM_BOARD: what it sets, and what it says of mistakes.
+#include "sdk/runtime/settings.h"
+
+#include <gtest/gtest.h>
+
+#include <string>
+
+namespace {
+
+// Applies `text` to `settings` and returns what was said on standard error.
+std::string complaints_of(sim::Settings& settings, const char* text) {
+    testing::internal::CaptureStderr();
+    sim::apply_settings(settings, text);
+    return testing::internal::GetCapturedStderr();
+}
+
+TEST(Settings, AreNeutralByDefault) {
+    sim::Settings s;
+    EXPECT_EQ(s.seed, 1u);
+    EXPECT_EQ(s.speed, 1);
+    EXPECT_EQ(s.drop_percent, 0);
+    EXPECT_EQ(s.slow_disk_ms, 0);
+    EXPECT_FALSE(s.fail_create.strikes());
+    EXPECT_FALSE(s.fail_mask.strikes());
+    EXPECT_FALSE(s.fail_init.strikes());
+    EXPECT_FALSE(s.fail_open.strikes());
+}
+
+TEST(Settings, TakeEveryName) {
+    sim::Settings s;
+    EXPECT_EQ(complaints_of(s, " seed=7  speed=10\tdrop=5 slow_disk_ms=20 fail.create=1 "
+                               "fail.mask=1 fail.init=1 fail.open=1 "),
+              "");
+    EXPECT_EQ(s.seed, 7u);
+    EXPECT_EQ(s.speed, 10);
+    EXPECT_EQ(s.drop_percent, 5);
+    EXPECT_EQ(s.slow_disk_ms, 20);
+    EXPECT_TRUE(s.fail_create.strikes());
+    EXPECT_TRUE(s.fail_mask.strikes());
+    EXPECT_TRUE(s.fail_init.strikes());
+    EXPECT_TRUE(s.fail_open.strikes());
+}
+
+TEST(Settings, FailAsOftenAsTold) {
+    sim::Settings s;
+    sim::apply_settings(s, "fail.open=2");
+    EXPECT_TRUE(s.fail_open.strikes());
+    EXPECT_TRUE(s.fail_open.strikes());
+    EXPECT_FALSE(s.fail_open.strikes());
+    sim::apply_settings(s, "fail.open=all");
+    for (int i = 0; i < 100; ++i) EXPECT_TRUE(s.fail_open.strikes());
+    sim::apply_settings(s, "fail.open=0");
+    EXPECT_FALSE(s.fail_open.strikes());
+}
+
+TEST(Settings, SayOneLineOfAnUnknownNameAndGoOn) {
+    sim::Settings s;
+    EXPECT_EQ(complaints_of(s, "colour=red seed=3"),
+              "qm7105 board: QM_BOARD: 'colour=red' is ignored: unknown name\n");
+    EXPECT_EQ(s.seed, 3u);
+}
+
+TEST(Settings, SayOneLineOfABadValueAndKeepTheOldOne) {
+    for (const char* word : {"speed=0", "speed=1001", "speed=", "speed=-1", "speed=2x", "drop=101",
+                             "seed=99999999999999999999", "fail.open=some", "fail.open=-1"}) {
+        sim::Settings s;
+        EXPECT_EQ(complaints_of(s, word),
+                  "qm7105 board: QM_BOARD: '" + std::string(word) + "' is ignored: bad value\n");
+        EXPECT_EQ(s.speed, 1);
+        EXPECT_EQ(s.seed, 1u);
+        EXPECT_EQ(s.drop_percent, 0);
+        EXPECT_FALSE(s.fail_open.strikes());
+    }
+}
+
+TEST(Settings, SayOneLineOfAWordWithoutAValue) {
+    sim::Settings s;
+    EXPECT_EQ(complaints_of(s, "seed"),
+              "qm7105 board: QM_BOARD: 'seed' is ignored: not of the form name=value\n");
+}
+
+}  // namespace
