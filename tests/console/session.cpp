@@ -1,7 +1,8 @@
 // Starting the program and comparing what it printed.
 #include "tests/console/session.h"
 
-#include <regex>
+#include <algorithm>
+#include <ctime>
 
 #include "tests/console/texts.h"
 
@@ -28,11 +29,18 @@ void Session::check_main(const std::string& input, const std::string& expected) 
 }
 
 std::string after_banner(const std::string& output) {
-    std::smatch banner;
-    const bool found = std::regex_search(output, banner, std::regex(texts::BANNER),
-                                         std::regex_constants::match_continuous);
-    EXPECT_TRUE(found) << testing::PrintToString(output);
-    return found ? banner.suffix().str() : output;
+    if (!output.starts_with(texts::BANNER_HEAD)) {
+        ADD_FAILURE() << "no banner: " << testing::PrintToString(output);
+        return output;
+    }
+    const std::string rest = output.substr(texts::BANNER_HEAD.size());
+    const std::string build_time = rest.substr(0, texts::BUILD_TIME_LENGTH);
+    tm unused{};
+    const char* end = strptime(build_time.c_str(), texts::BUILD_TIME, &unused);
+    EXPECT_TRUE(end && *end == '\0') << build_time;
+    const std::string tail = rest.substr(build_time.size());
+    EXPECT_TRUE(tail.starts_with(texts::BANNER_TAIL)) << testing::PrintToString(tail);
+    return tail.substr(std::min(texts::BANNER_TAIL.size(), tail.size()));
 }
 
 int count_of(const std::string& text, const std::string& output) {
@@ -40,4 +48,8 @@ int count_of(const std::string& text, const std::string& output) {
     for (size_t at = output.find(text); at != std::string::npos; at = output.find(text, at + 1))
         ++count;
     return count;
+}
+
+void PrintTo(Wire wire, std::ostream* out) {
+    *out << (wire == Wire::Pipe ? "pipe" : "terminal");
 }

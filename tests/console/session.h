@@ -6,6 +6,7 @@
 #include <gtest/gtest.h>
 
 #include <memory>
+#include <ostream>
 #include <string>
 #include <vector>
 
@@ -43,13 +44,16 @@ class Session : public testing::Test {
     std::unique_ptr<ConsoleProcess> m_console;
 };
 
+// Names a wire in the names of the tests.
+void PrintTo(Wire wire, std::ostream* out);
+
 // A test that runs once on each wire; see RUN_ON_BOTH_WIRES.
 class WiredSession : public Session, public testing::WithParamInterface<Wire> {
   protected:
     Wire wire() const override { return GetParam(); }
 };
 
-// What follows the banner; an empty banner fails the test.
+// What follows the banner; a wrong banner fails the test.
 std::string after_banner(const std::string& output);
 
 // How often `text` stands in `output`.

@@ -17,14 +17,16 @@ namespace texts {
 #define COMPANY "\r\n             Halvik/Corvane Inc,"
 #define HELP_END "\r\n\r\n"
 
-// The banner is a pattern, for the date and the time of the build.
-inline const char BANNER[] =
+// Between the two halves of the banner stand the date and the time of the build, in this form.
+inline const std::string BANNER_HEAD =
     "\n\n"
     "-----------------------------------------\n"
-    "QM7105 SDK ver1\\.0\\.3\\.1 \n"
-    "Last Modify (Jan|Feb|Mar|Apr|May|Jun|Jul|Aug|Sep|Oct|Nov|Dec) [ 1-3][0-9] [0-9]{4}"
-    "-[0-9]{2}:[0-9]{2}:[0-9]{2}\n"
-    "-----------------------------------------\n"
+    "QM7105 SDK ver1.0.3.1 \n"
+    "Last Modify ";
+inline const char BUILD_TIME[] = "%b %e %Y-%H:%M:%S";
+inline const size_t BUILD_TIME_LENGTH = sizeof "Dec 21 2011-10:17:59" - 1;
+inline const std::string BANNER_TAIL =
+    "\n-----------------------------------------\n"
     "\n";
 
 inline const std::string FAREWELL = "Exit QM7105 test program\r\n";
