@@ -80,6 +80,12 @@ std::string run_console(const std::string& input, const std::function<void()>& a
 
 std::string output_of(const std::function<void()>& action) { return run_console("", action); }
 
+std::string errors_of(const std::function<void()>& action) {
+    const Redirection errors(STDERR_FILENO, memory_file(""));
+    action();
+    return content_of(errors.fd());
+}
+
 std::string escaped(const std::string& text) {
     std::string out;
     for (const char c : text) {

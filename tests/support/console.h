@@ -12,6 +12,9 @@ std::string run_console(const std::string& input, const std::function<void()>& a
 // Standard output of `action` with an empty input.
 std::string output_of(const std::function<void()>& action);
 
+// Standard error of `action`.
+std::string errors_of(const std::function<void()>& action);
+
 // The text as one would write it in a C literal, a line a row, so that a failed comparison shows
 // every \r and \b.
 std::string escaped(const std::string& text);

@@ -15,7 +15,7 @@ struct qm_dbframe;
 template <class T>
 class qm_list;
 
-// What the calls answer, and what they wrote down. fake() is reset before every test by FakeSdkTest.
+// What the calls answer, and what they wrote down. FakeSdkTest resets it before every test.
 struct FakeSdk {
     // Answers.
     int create_result = 0;                     // CreateQMAVCodec
@@ -24,9 +24,9 @@ struct FakeSdk {
     std::vector<int> open_results;             // iqm_db::Open, in order; 1 when used up
     bool encoder_is_null = false;              // GetVideoEncoder
     bool file_exists = true;                   // qm_existfile
-    std::map<std::string, std::string> profile;   // "SECTION/key" -> text
+    std::map<std::string, std::string> profile;  // "SECTION/key" -> text
     std::map<std::string, int> calcul;         // "figure/channel" -> GetCalculData's answer
-    std::vector<int64_t> times_ms;             // qm_time::CurrentTime, in order; then the last again
+    std::vector<int64_t> times_ms;             // CurrentTime, in order; then the last again
     std::function<void()> on_current_time;     // called before each CurrentTime answer
 
     // Records.
