@@ -34,6 +34,12 @@ CAppEnv g_appenv;
 
 CAppEnv* GetAppEnv() { return &g_appenv; }
 
+bool app_codec_is_created() {
+    if (g_appenv.codec) return true;
+    puts("[Err] AV Codec is not created!!!");
+    return false;
+}
+
 CAppEnv::CAppEnv()
     : main_encode_thread(nullptr), net_encode_thread(nullptr), jpeg_encode_thread(nullptr) {}
 

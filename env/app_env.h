@@ -97,4 +97,7 @@ extern CAppEnv g_appenv;
 // The one record; every room reaches it through this call.
 CAppEnv* GetAppEnv();
 
+// True while a codec session is open; prints that there is none otherwise.
+bool app_codec_is_created();
+
 #endif  // ENV_APP_ENV_H

@@ -92,6 +92,7 @@ int app_searchwork_open_search_db(DEC_STREAM_TYPE stream) {
     printf("Decode DB Stream : %d, Type : %d\n", _l_stDec.stream, _l_stDec.type);
     if (_l_stDec.type == DB_TYPE_MEMORY) return 1;  // shared with the encoder
 
+    _l_stDec.db = nullptr;  // the encoder's is not handed to the factory
     qm_db_create(static_cast<DB_TYPE>(_l_stDec.type), &_l_stDec.db);
     if (!_l_stDec.db) return 0;
     QMDBOpenParam param = {_l_stDec.path, MODE_PLAYBACK, CAPACITY_A, CAPACITY_B};
@@ -124,6 +125,7 @@ int searchwork_set_db(int argc, char** argv) {
 
     qm_thread_decode* thread = _l_stDec.thread;
     thread->DestroyThread();  // the object is kept and started again below
+    thread->db = nullptr;
     close_search_db();
     if (!app_searchwork_open_search_db(static_cast<DEC_STREAM_TYPE>(choice))) return 0;
     start_playback(*thread);

@@ -31,10 +31,7 @@ void delete_playback_thread() {
 
 int app_searchwork(int, char**) {
     CAppEnv* env = GetAppEnv();
-    if (!env->codec) {
-        puts("[Err] AV Codec is not created!!!");
-        return -1;
-    }
+    if (!app_codec_is_created()) return -1;
     if (!can_search(env->board_type)) {
         printf("[Err] Board type [%d] can't support search mode.\n",
                static_cast<int>(env->board_type));

@@ -7,10 +7,7 @@
 #include "env/env_commands.h"
 
 int app_setupwork(int, char**) {
-    if (!GetAppEnv()->codec) {
-        puts("[Err] AV Codec is not created!!!");
-        return -1;
-    }
+    if (!app_codec_is_created()) return -1;
     setupwork_help();
     tagMonitor menu = {setupwork_prompt, setupwork_help, setupwork_cmds};
     monitor(&menu);

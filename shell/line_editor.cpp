@@ -1,7 +1,9 @@
 // Line editing and command history. What a line means is the menu loop's business.
 #include "shell/line_editor.h"
 
-#include <cerrno>
+#include <poll.h>
+#include <unistd.h>
+
 #include <cstdint>
 #include <cstdio>
 #include <cstring>
@@ -45,11 +47,19 @@ bool recall_forward(char* buffer, int size) {
     return true;
 }
 
+// Any write may have met the broken pipe, one of another thread too, so the descriptor is asked. A
+// full disk behind the output is no end of input.
+bool nobody_reads() {
+    if (!ferror(stdout)) return false;
+    pollfd output = {STDOUT_FILENO, 0, 0};
+    return poll(&output, 1, 0) == 1 && (output.revents & POLLERR);
+}
+
 }  // namespace
 
 int getch() {
-    const bool nobody_reads = fflush(stdout) == EOF && errno == EPIPE;
-    const int c = nobody_reads ? EOF : getchar();
+    fflush(stdout);
+    const int c = nobody_reads() ? EOF : getchar();
     l_input_ended = c == EOF;
     return c;
 }

@@ -2,6 +2,7 @@
 // it print, stands in status_thread.cpp.
 #include "statuswork/statuswork.h"
 
+#include <atomic>
 #include <cstdint>
 #include <cstdio>
 #include <cstring>
@@ -98,10 +99,7 @@ void edit_all_masks(const Answer& answer) {
 }  // namespace
 
 int app_statuswork(int, char**) {
-    if (!GetAppEnv()->codec) {
-        puts("[Err] AV Codec is not created!!!");
-        return -1;
-    }
+    if (!app_codec_is_created()) return -1;
     statuswork_help();
     tagMonitor menu = {statuswork_prompt, statuswork_help, statuswork_cmds};
     monitor(&menu);

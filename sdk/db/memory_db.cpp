@@ -15,10 +15,11 @@ constexpr size_t CAPACITY_UNIT = 64 * 1024;
 constexpr size_t MAX_CAPACITY = size_t{1} << 30;
 constexpr uint32_t MODE_RECORD = 1;
 
-// Stores by path, as long as one has them open. An empty path names nothing and is not listed.
+// Stores by path, as long as one has them open. An empty path names nothing and is not listed. Never
+// destroyed, as the list of kept ones: databases may be closed while the program ends.
 std::map<std::string, std::weak_ptr<MemoryStore>>& stores() {
-    static std::map<std::string, std::weak_ptr<MemoryStore>> stores;
-    return stores;
+    static auto* stores = new std::map<std::string, std::weak_ptr<MemoryStore>>;
+    return *stores;
 }
 
 // Stores that were left open, oldest first, until a recorder of their path takes them over.
@@ -29,8 +30,8 @@ struct Kept {
 constexpr size_t MAX_KEPT = 4;
 
 std::vector<Kept>& kept() {
-    static std::vector<Kept> kept;
-    return kept;
+    static auto* kept = new std::vector<Kept>;
+    return *kept;
 }
 
 void give_up_oldest_kept() {

@@ -17,19 +17,27 @@ void* qm_thread_decode::Work(void*) {
     return nullptr;
 }
 
-void qm_thread_decode::SetPBState(PB_STATE state) { m_engine->set_state(state); }
+// A request made while nothing plays is dropped: the next start is paused, at normal speed.
+
+void qm_thread_decode::SetPBState(PB_STATE state) {
+    if (m_state->running) m_engine->set_state(state);
+}
 
 void qm_thread_decode::SpeedControl(int direction, int step) {
-    m_engine->change_speed(direction, step);
+    if (m_state->running) m_engine->change_speed(direction, step);
 }
 
 void qm_thread_decode::SetPBChannelEnableMask(unsigned long channels, unsigned long chips) {
-    m_engine->set_channels(channels, chips);
+    if (m_state->running) m_engine->set_channels(channels, chips);
 }
 
-void qm_thread_decode::EnablePBAudio(int enable) { m_engine->enable_audio(enable != 0); }
+void qm_thread_decode::EnablePBAudio(int enable) {
+    if (m_state->running) m_engine->enable_audio(enable != 0);
+}
 
-void qm_thread_decode::SetPBAudioChannel(int channel) { m_engine->set_audio_channel(channel); }
+void qm_thread_decode::SetPBAudioChannel(int channel) {
+    if (m_state->running) m_engine->set_audio_channel(channel);
+}
 
 int qm_thread_decode::GetCalculData(E_CALCUL figure, int channel) {
     return m_engine->figure(figure, channel);

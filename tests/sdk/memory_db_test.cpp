@@ -244,6 +244,14 @@ TEST_F(MemoryDb, CannotHaveARingOfNothingOrOfTooMuch) {
         "qm7105 board: database 'a' is not opened: a ring of 4294967295 x 64 KiB cannot be made\n";
 }
 
+// Run under the address sanitizer: the process ends with a database open.
+TEST(MemoryDbAtTheEnd, IsFinishedWhenTheProgramEnds) {
+    sim::StreamDb* db = create();
+    ASSERT_TRUE(open(db, "left open"));
+    EXPECT_TRUE(db->append(frame_of(32)));
+    EXPECT_EQ(sim::open_databases(), 1);
+}
+
 TEST_F(MemoryDb, OfAnotherTypeIsCreatedAndFailsToOpen) {
     for (const uint32_t type : {0u, 1u, 3u}) {
         iqm_db* db = nullptr;

@@ -175,6 +175,7 @@ TEST_F(Playback, ClimbsAndDescendsTheSpeedLadderHeldAtItsEnds) {
     struct Row {
         int direction, step, eighths;
     };
+    start_player();
     const Row rows[] = {{1, 1, 16},  {1, 1, 32}, {1, 1, 64}, {1, 1, 128}, {1, 1, 128}, {0, 2, 32},
                         {0, 100, 1}, {0, 1, 1},  {1, 3, 8},  {1, 0, 8},   {1, -5, 8}};
     for (const Row& row : rows) {
@@ -340,14 +341,20 @@ TEST_F(Playback, MayBeStoppedTwiceAndStartsAgainPausedOnTheFirstFrame) {
     EXPECT_EQ(total(0), 1);
 }
 
-TEST_F(Playback, TakesRequestsWhileItIsStopped) {
+TEST_F(Playback, DropsRequestsWhileItIsStopped) {
+    switch_on(0, 0, 10, 5);
+    record_seconds(2);
     player.SetPBState(PB_STATE_FORWARD);
     player.SpeedControl(1, 1);
     player.SetPBChannelEnableMask(1, 1);
     player.EnablePBAudio(1);
     player.SetPBAudioChannel(255);
     player.DestroyThread();
+    start_player();
+    step_seconds(1);
     EXPECT_EQ(total(0), 0);
+    EXPECT_EQ(state(), PB_STATE_PAUSE);
+    EXPECT_EQ(sim::playback_report(player).speed_eighths, 8);
 }
 
 TEST_F(Playback, IsEmptyAndHarmlessWithoutADatabase) {
