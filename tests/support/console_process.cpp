@@ -20,6 +20,9 @@ namespace {
 
 constexpr char CTRL_D = 4;
 
+// No session prints as much; a program that prints without end is not read any further.
+constexpr size_t MAX_OUTPUT = size_t{4} << 20;
+
 void require(bool done, const char* what) {
     if (!done) throw std::runtime_error(what);
 }
@@ -114,7 +117,7 @@ void ConsoleProcess::send(const std::string& text) {
         // The output is taken meanwhile: a program that nobody reads takes no input either.
         pollfd ready[] = {{m_input, POLLOUT, 0}, {m_from, POLLIN, 0}};
         if (poll(ready, 2, milliseconds_to(deadline)) <= 0) return;
-        if (ready[1].revents & POLLIN) take(deadline);
+        if ((ready[1].revents & POLLIN) && !take(deadline)) return;
         if (ready[0].revents == 0) continue;
         const ssize_t n = write(m_input, text.data() + sent, text.size() - sent);
         if (n < 0 && errno != EINTR && errno != EAGAIN) return;
@@ -123,7 +126,8 @@ void ConsoleProcess::send(const std::string& text) {
 }
 
 bool ConsoleProcess::take(Deadline deadline) {
-    if (m_from < 0) return false;
+    if (m_from < 0 || m_output.size() > MAX_OUTPUT) return false;
+    if (std::chrono::steady_clock::now() > deadline) return false;
     pollfd ready = {m_from, POLLIN, 0};
     if (poll(&ready, 1, milliseconds_to(deadline)) <= 0) return false;
     char buffer[65536];
@@ -153,9 +157,7 @@ void ConsoleProcess::end_input() {
         close_end(m_input);
 }
 
-void ConsoleProcess::stop_reading() {
-    close_end(m_from);
-}
+void ConsoleProcess::stop_reading() { close_end(m_from); }
 
 void ConsoleProcess::hang_up() {
     close_end(m_from);
