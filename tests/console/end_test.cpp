@@ -62,9 +62,7 @@ const Stop STOPS[] = {
 };
 
 // Prints a case by its name.
-void PrintTo(const Stop& stop, std::ostream* out) {
-    *out << stop.name;
-}
+void PrintTo(const Stop& stop, std::ostream* out) { *out << stop.name; }
 
 class InputEndsAt : public Session, public testing::WithParamInterface<std::tuple<Wire, Stop>> {
   protected:
@@ -131,9 +129,7 @@ TEST_P(InputEnds, StopsTheStatusThread) {
     EXPECT_EQ(console().wait_exit(), 0);
 }
 
-TEST_F(OutputEnds, ThePipeClosesAtTheTopLevel) {
-    stop_reading_after("", TOP);
-}
+TEST_F(OutputEnds, ThePipeClosesAtTheTopLevel) { stop_reading_after("", TOP); }
 
 TEST_F(OutputEnds, ThePipeClosesWhileEncoding) {
     stop_reading_after("MAIN\nENCODE 0\nENCODE 2\n", "Encode DB Stream(Jpeg)");
@@ -143,9 +139,7 @@ TEST_F(OutputEnds, ThePipeClosesInsideADialogue) {
     stop_reading_after("MAIN\nSTATUS\nSET\n1\n", SET_MAIN);
 }
 
-TEST_F(TerminalHangsUp, AtTheTopLevel) {
-    hang_up_after("", TOP);
-}
+TEST_F(TerminalHangsUp, AtTheTopLevel) { hang_up_after("", TOP); }
 
 TEST_F(TerminalHangsUp, WhileEncodingAndPrintingReports) {
     hang_up_after("MAIN\nENCODE 0\nENCODE 2\nSTATUS\nSET\nt 5 0\n9\nRUN\n", "Buffer Count");

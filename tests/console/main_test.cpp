@@ -13,9 +13,7 @@ class SetupMenu : public WiredSession {};
 
 }  // namespace
 
-TEST_P(MainMenu, OpensAndClosesASession) {
-    check_main("", "");
-}
+TEST_P(MainMenu, OpensAndClosesASession) { check_main("", ""); }
 
 TEST_P(MainMenu, OpensASessionAgain) {
     const std::string session = MAIN_HELP + MAIN + MAIN_CLOSING + TOP;
@@ -26,9 +24,7 @@ TEST_P(MainMenu, ShowsItsHelpAndIgnoresUnknownWords) {
     check_main("HELP\nMAIN\nMEMTEST\nENVPRINT\n\n", MAIN_HELP + MAIN + MAIN + MAIN + MAIN + MAIN);
 }
 
-TEST_P(EncodeCommand, ShowsItsHelp) {
-    check_main("ENCODE\n", ENCODE_HELP + MAIN);
-}
+TEST_P(EncodeCommand, ShowsItsHelp) { check_main("ENCODE\n", ENCODE_HELP + MAIN); }
 
 TEST_P(EncodeCommand, RefusesOtherCodes) {
     check_main("ENCODE 7\nENCODE -1\n", "[Err] Parameter!\n" + MAIN + "[Err] Parameter!\n" + MAIN);

@@ -28,9 +28,7 @@ TEST_P(SearchMenu, ShowsItsHelpAndIgnoresUnknownWords) {
     check_search("HELP\nENCODE 0\nSEARCH\n\n", SEARCH_HELP + SEARCH + SEARCH + SEARCH + SEARCH);
 }
 
-TEST_P(SearchMenu, InitAndReleasePrintNothing) {
-    check_search("INIT\nRELEASE\n", SEARCH + SEARCH);
-}
+TEST_P(SearchMenu, InitAndReleasePrintNothing) { check_search("INIT\nRELEASE\n", SEARCH + SEARCH); }
 
 TEST_P(SearchMenu, OpensTheOtherMenusAndReturns) {
     check_search("SETUP\nq\nSTATUS\nSET\n9\nq\nPRIVATE 1 1 2 3 4 5\n",
@@ -99,9 +97,7 @@ TEST_P(SearchMenu, SetdbLeftAtOnceChangesNothing) {
                  setdb_screen("MAIN(0)") + "\nSelected Decode DB Stream : 0\n" + SEARCH);
 }
 
-TEST_P(SearchMenu, PbShowsItsHelp) {
-    check_search("PB\n", PB_HELP + SEARCH);
-}
+TEST_P(SearchMenu, PbShowsItsHelp) { check_search("PB\n", PB_HELP + SEARCH); }
 
 TEST_P(SearchMenu, PbTakesEveryCommandInSilence) {
     const std::string commands =

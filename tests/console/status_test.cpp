@@ -99,9 +99,7 @@ TEST_P(StatusMenu, TheSelectionOutlivesTheSession) {
                   opened + chosen + "\n" + STATUS + MAIN + MAIN_CLOSING + TOP);
 }
 
-TEST_P(StatusMenu, StopWithoutAThreadPrintsNothing) {
-    check_status("STOP\n", STATUS);
-}
+TEST_P(StatusMenu, StopWithoutAThreadPrintsNothing) { check_status("STOP\n", STATUS); }
 
 TEST_P(StatusMenu, RunStartsOneThreadAndStopEndsIt) {
     start();

@@ -56,9 +56,7 @@ TEST_P(TopMenu, IgnoresEmptyLinesAndUnknownWords) {
               TOP + TOP + TOP + TOP + TOP + TOP + TOP);
 }
 
-TEST_P(TopMenu, ReadsTheLineAfterTheOneThatLeaves) {
-    check_top("q\nHELP\n", "");
-}
+TEST_P(TopMenu, ReadsTheLineAfterTheOneThatLeaves) { check_top("q\nHELP\n", ""); }
 
 TEST_P(TopMenu, RecallsEarlierLines) {
     // Ctrl-Z shows HELP and Enter runs it; then NONE is erased in favour of the newest line, which
