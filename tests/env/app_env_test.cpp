@@ -19,8 +19,8 @@ bool all_bytes_are(const tagVEncChannelUnit& unit, uint8_t value) {
 
 constexpr uint8_t OLD = 0xee;
 constexpr int OLD_WORD = static_cast<int>(0xeeeeeeee);
-constexpr Unit OLD_UNIT = {OLD,      OLD_WORD, OLD_WORD, OLD_WORD, OLD_WORD,
-                           OLD,      OLD_WORD, OLD_WORD, OLD};
+constexpr Unit OLD_UNIT = {OLD, OLD_WORD, OLD_WORD, OLD_WORD, OLD_WORD,
+                           OLD, OLD_WORD, OLD_WORD, OLD};
 
 // Default on units that hold something already.
 void default_over_old_units() {

@@ -93,8 +93,8 @@ const char SET_DB_HELP[] =
 
 // A row of a stream's or the audio's table; `number` counts from 1.
 std::string row(int number, const std::string& cells) {
-    return std::string(" [ch ") + (number < 10 ? " " : "") + std::to_string(number) + "] : " +
-           cells + "\n";
+    return std::string(" [ch ") + (number < 10 ? " " : "") + std::to_string(number) +
+           "] : " + cells + "\n";
 }
 
 // A stream's table; `cells` of the channels that differ from the rest, by number.
@@ -350,14 +350,14 @@ TEST_F(EnvChange, Channel16MeansAllChannels) {
     EXPECT_EQ(change({"-VE", "0", "16", "0", "1"}), "");
     for (int ch = 0; ch < QMCODEC_CHANNELS; ++ch) EXPECT_EQ(channel(0, ch).enable, 1) << ch;
     EXPECT_EQ(channel(1, 0), Unit{});
-    EXPECT_EQ(fake().take_journal(),
-              (Journal{"GetVideoEncoder", "SetChannelEnable 0 0 1", "SetChannelEnable 0 1 1",
-                       "SetChannelEnable 0 2 1", "SetChannelEnable 0 3 1", "SetChannelEnable 0 4 1",
-                       "SetChannelEnable 0 5 1", "SetChannelEnable 0 6 1", "SetChannelEnable 0 7 1",
-                       "SetChannelEnable 0 8 1", "SetChannelEnable 0 9 1",
-                       "SetChannelEnable 0 10 1", "SetChannelEnable 0 11 1",
-                       "SetChannelEnable 0 12 1", "SetChannelEnable 0 13 1",
-                       "SetChannelEnable 0 14 1", "SetChannelEnable 0 15 1"}));
+    EXPECT_EQ(
+        fake().take_journal(),
+        (Journal{"GetVideoEncoder", "SetChannelEnable 0 0 1", "SetChannelEnable 0 1 1",
+                 "SetChannelEnable 0 2 1", "SetChannelEnable 0 3 1", "SetChannelEnable 0 4 1",
+                 "SetChannelEnable 0 5 1", "SetChannelEnable 0 6 1", "SetChannelEnable 0 7 1",
+                 "SetChannelEnable 0 8 1", "SetChannelEnable 0 9 1", "SetChannelEnable 0 10 1",
+                 "SetChannelEnable 0 11 1", "SetChannelEnable 0 12 1", "SetChannelEnable 0 13 1",
+                 "SetChannelEnable 0 14 1", "SetChannelEnable 0 15 1"}));
 }
 
 // One property of channel 3 of the dual stream: the unit afterwards, and what the encoder hears.

@@ -21,9 +21,9 @@ inline void clear_environment() {
     memset(env.audio_enable, 0, sizeof env.audio_enable);
     env.codec = nullptr;
     env.chip_mask = env.decode_db_type = 0;
-    for (std::string* text : {&env.main_stream_db, &env.dual_stream_db, &env.jpeg_stream_db,
-                              &env.decode_stream_db, &env.firmware, &env.main_open_path,
-                              &env.dual_open_path, &env.jpeg_open_path})
+    for (std::string* text :
+         {&env.main_stream_db, &env.dual_stream_db, &env.jpeg_stream_db, &env.decode_stream_db,
+          &env.firmware, &env.main_open_path, &env.dual_open_path, &env.jpeg_open_path})
         text->clear();
     for (std::string& name : env.parameter_file_name) name.clear();
     for (std::string& name : env.qp_table) name.clear();

@@ -9,6 +9,7 @@
 #include <algorithm>
 #include <climits>
 #include <filesystem>
+#include <functional>
 #include <string>
 #include <vector>
 
@@ -31,6 +32,24 @@ std::string text_of(const std::string& file, const char* key, const char* sectio
 
 int number_of(const std::string& file, const char* key, int fallback = -99) {
     return getPrivateProfileInt("GENERAL", key, fallback, file.c_str());
+}
+
+// How often `path` is opened during `action`.
+int openings_of(const std::string& path, const std::function<void()>& action) {
+    const int watch = inotify_init1(IN_NONBLOCK | IN_CLOEXEC);
+    // With the closings in between, no two equal events follow each other and become one.
+    EXPECT_GE(inotify_add_watch(watch, path.c_str(), IN_OPEN | IN_CLOSE), 0);
+    action();
+    alignas(inotify_event) char events[4096];
+    const ssize_t bytes = read(watch, events, sizeof events);
+    close(watch);
+    int openings = 0;
+    for (ssize_t at = 0; at < bytes;) {
+        const auto* event = reinterpret_cast<const inotify_event*>(events + at);
+        if (event->mask & IN_OPEN) ++openings;
+        at += static_cast<ssize_t>(sizeof *event + event->len);
+    }
+    return openings;
 }
 
 class Profile : public testing::Test {
@@ -315,6 +334,12 @@ TEST_F(Profile, AFifoIsRefusedWithoutWaiting) {
     expect_refused(m_dir.file("fifo"));
 }
 
+TEST_F(Profile, AFifoIsNotEvenOpened) {
+    const std::string fifo = m_dir.file("fifo");
+    ASSERT_EQ(mkfifo(fifo.c_str(), 0600), 0);
+    EXPECT_EQ(openings_of(fifo, [&] { expect_refused(fifo); }), 0);
+}
+
 TEST_F(Profile, AFifoWithAWriterIsRefused) {
     ASSERT_EQ(mkfifo(m_dir.file("fifo").c_str(), 0600), 0);
     const int both_ends = open(m_dir.file("fifo").c_str(), O_RDWR);
@@ -365,25 +390,15 @@ TEST_F(Profile, TwoFilesMayBeReadInTurns) {
 
 TEST_F(Profile, ALoadOpensTheFileTwiceAtMost) {
     const std::string file = file_of("[GENERAL]\nk=v\n");
-    const int watch = inotify_init1(IN_NONBLOCK | IN_CLOEXEC);
-    // With the closings in between, no two equal events follow each other and become one.
-    ASSERT_GE(inotify_add_watch(watch, file.c_str(), IN_OPEN | IN_CLOSE), 0);
-    qm_existfile(file);
-    for (int i = 0; i < 100; ++i) {
-        text_of(file, "k");
-        number_of(file, "missing");
-    }
-    alignas(inotify_event) char events[4096];
-    const ssize_t bytes = ::read(watch, events, sizeof events);
-    int openings = 0;
-    for (ssize_t at = 0; at < bytes;) {
-        const auto* event = reinterpret_cast<const inotify_event*>(events + at);
-        if (event->mask & IN_OPEN) ++openings;
-        at += static_cast<ssize_t>(sizeof *event + event->len);
-    }
+    const int openings = openings_of(file, [&] {
+        qm_existfile(file);
+        for (int i = 0; i < 100; ++i) {
+            text_of(file, "k");
+            number_of(file, "missing");
+        }
+    });
     EXPECT_GE(openings, 1);
     EXPECT_LE(openings, 2);
-    close(watch);
 }
 
 }  // namespace

@@ -64,8 +64,7 @@ TEST_F(App, BannerNamesTheVersionAndTheBuild) {
     ASSERT_GT(banner.size(), head.size() + tail.size());
     EXPECT_EQ(escaped(banner.substr(0, head.size())), escaped(head));
     EXPECT_EQ(escaped(banner.substr(banner.size() - tail.size())), escaped(tail));
-    const std::string built =
-        banner.substr(head.size(), banner.size() - head.size() - tail.size());
+    const std::string built = banner.substr(head.size(), banner.size() - head.size() - tail.size());
     EXPECT_TRUE(has_shape(built, "Last Modify AAA _9 9999-99:99:99\n")) << escaped(built);
 }
 
@@ -77,8 +76,9 @@ TEST_F(App, HelpScreenListsTheCommands) {
 
 TEST_F(App, TableHoldsTheCommandsInOrder) {
     const tagCommand expected[] = {
-        {"ENVPRINT", app_env_printenv}, {"ENVCHANGE", app_env_change},
-        {"ENVSETDB", app_env_change_dbpath}, {"MAIN", app_mainwork}, {"MEMTEST", app_test_mem},
+        {"ENVPRINT", app_env_printenv},      {"ENVCHANGE", app_env_change},
+        {"ENVSETDB", app_env_change_dbpath}, {"MAIN", app_mainwork},
+        {"MEMTEST", app_test_mem},
     };
     const tagCommand* row = app_cmds;
     for (const tagCommand& command : expected) {

@@ -214,9 +214,7 @@ struct qm_thread_state {
     bool created = false;
 };
 
-qm_thread::qm_thread() : m_stop_request(0), m_state(new qm_thread_state) {
-    ++fake().objects_alive;
-}
+qm_thread::qm_thread() : m_stop_request(0), m_state(new qm_thread_state) { ++fake().objects_alive; }
 
 qm_thread::~qm_thread() {
     EXPECT_FALSE(m_state->created) << "a " << m_state->kind << " object is deleted while it runs";
