@@ -1,10 +1,11 @@
 #!/usr/bin/env python3
 """Holds run.sh to its promises: the terminal is put back however a run ends, Ctrl-Z reaches the
-program, a pipe is left alone. Starts the release build of this tree."""
+program, a pipe is left alone, missing packages are installed. Starts this tree's release build."""
 import fcntl
 import os
 import pty
 import select
+import shutil
 import signal
 import subprocess
 import tempfile
@@ -16,12 +17,18 @@ from pathlib import Path
 ROOT = Path(__file__).resolve().parents[2]
 RUN_SH = str(ROOT / "run.sh")
 PATIENCE = 30
-# The first start may have to build the program.
+# Building the program.
 BUILD_PATIENCE = 600
 
 PROMPT = "QM7105>"
 HELP_LINE = "Welcome to Corvane QM7105 SDK Program"
 FAREWELL = "Exit QM7105 test program"
+
+
+def setUpModule():
+    """Builds the program, so that no test has to."""
+    subprocess.run([RUN_SH], input=b"q\n", stdout=subprocess.DEVNULL, check=True,
+                   timeout=BUILD_PATIENCE)
 
 
 class Terminal:
@@ -110,7 +117,7 @@ class OnATerminal(unittest.TestCase):
 
     def started(self, *arguments, **places):
         self.terminal.start(*arguments, **places)
-        self.terminal.expect(PROMPT, BUILD_PATIENCE)
+        self.terminal.expect(PROMPT)
         return self.terminal
 
     def check_end(self, end_it, status):
@@ -225,6 +232,70 @@ class WithoutATerminal(unittest.TestCase):
         self.assertEqual((0, ""), (run.returncode, run.stderr))
         for word in ("Usage: ./run.sh", "ENVFILE", "--tour", "--help", "demo/qm7105.ini"):
             self.assertIn(word, run.stdout)
+
+
+class MissingPackages(unittest.TestCase):
+    """run.sh on a machine where only the listed commands are to be found."""
+
+    BASIC = ("bash", "cat", "dirname", "env", "id", "mkdir", "realpath", "tail")
+    BUILDING = ("cmake", "ninja", "g++")
+
+    def setUp(self):
+        folder = tempfile.TemporaryDirectory()
+        self.addCleanup(folder.cleanup)
+        self.commands = Path(folder.name, "bin")
+        self.commands.mkdir()
+        self.log = Path(folder.name, "apt-get.log")
+        for name in self.BASIC:
+            self.provide(name)
+        self.write("sudo", 'exec "$@"')
+
+    def provide(self, name):
+        (self.commands / name).symlink_to(shutil.which(name))
+
+    def write(self, name, body):
+        script = self.commands / name
+        script.write_text(f"#!{shutil.which('bash')}\n{body}\n")
+        script.chmod(0o755)
+
+    def run_sh(self):
+        run = subprocess.run([RUN_SH], input=b"q\n", capture_output=True, check=False,
+                             env={"PATH": str(self.commands)}, timeout=BUILD_PATIENCE)
+        return run.returncode, run.stdout.decode(), run.stderr.decode()
+
+    def test_what_is_missing_is_installed_and_explained(self):
+        # Installing puts the commands in place.
+        links = "".join(f"; ln -s {shutil.which(name)} {self.commands}/{name}"
+                        for name in self.BUILDING)
+        self.provide("ln")
+        self.write("apt-get", f'echo "$@" >>{self.log}\n[ $2 = update ] || {{ true{links}; }}')
+        status, output, said = self.run_sh()
+        self.assertEqual(0, status, said)
+        self.assertTrue(output.endswith(FAREWELL + "\r\n"))
+        self.assertEqual("run.sh: installing cmake: describes the build\n"
+                         "run.sh: installing ninja-build: runs the build\n"
+                         "run.sh: installing g++: compiles the program\n", said)
+        self.assertEqual("-qq update\n"
+                         "-qq install -y --no-install-recommends cmake ninja-build g++\n",
+                         self.log.read_text())
+
+    def test_only_what_is_missing_is_installed(self):
+        for name in ("cmake", "g++"):
+            self.provide(name)
+        self.write("apt-get", f'echo "$@" >>{self.log}; [ $2 = update ]')
+        status, _, said = self.run_sh()
+        self.assertEqual(1, status)
+        self.assertIn("-qq install -y --no-install-recommends ninja-build\n",
+                      self.log.read_text())
+        self.assertIn("run.sh: apt-get install ninja-build failed: ", said)
+
+    def test_a_machine_without_apt_get_is_told_what_to_install(self):
+        for name in ("ninja", "g++"):
+            self.provide(name)
+        status, _, said = self.run_sh()
+        self.assertEqual(1, status)
+        self.assertEqual("run.sh: no apt-get here; install by hand: cmake",
+                         said.splitlines()[-1])
 
 
 if __name__ == "__main__":
