@@ -86,11 +86,16 @@ class Terminal:
         status = self.run.returncode
         return status if status >= 0 else 128 - status
 
+    def hang_up(self):
+        os.close(self.master)
+        self.master = None
+
     def close(self):
         if self.run and self.run.poll() is None:
             os.killpg(self.run.pid, signal.SIGKILL)
             self.run.wait()
-        os.close(self.master)
+        if self.master is not None:
+            self.hang_up()
         os.close(self.slave)
 
 
@@ -156,6 +161,14 @@ class OnATerminal(unittest.TestCase):
             with self.subTest(signal=number.name):
                 self.check_end(lambda terminal, n=number: terminal.run.send_signal(n),
                                128 + number)
+
+    def test_a_hang_up_leaves_nothing_running(self):
+        terminal = self.started()
+        terminal.type("main\n")
+        terminal.expect("MAIN>")
+        terminal.hang_up()
+        self.assertEqual(128 + signal.SIGHUP, terminal.run.wait(PATIENCE))
+        self.assertEqual([], processes_of_session(terminal.run.pid))
 
     def test_ctrl_z_reaches_the_program(self):
         terminal = self.started()
