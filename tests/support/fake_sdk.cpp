@@ -246,7 +246,8 @@ qm_thread_encode::qm_thread_encode() : db(nullptr), stat(), audio_frames(), m_wo
 qm_thread_encode::~qm_thread_encode() { note("delete encode"); }
 void* qm_thread_encode::Work(void*) { return nullptr; }
 
-qm_thread_encode_net::qm_thread_encode_net() : db(nullptr), stat(), m_worker(nullptr) {
+qm_thread_encode_net::qm_thread_encode_net()
+    : db(nullptr), stat(), m_streams(0), m_worker(nullptr) {
     m_state->kind = "encode_net";
     note("new encode_net");
 }
