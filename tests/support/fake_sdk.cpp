@@ -2,7 +2,7 @@
 // are the stand-in's own.
 #include "tests/support/fake_sdk.h"
 
-#include <cerrno>
+#include <algorithm>
 #include <cstdarg>
 #include <cstdio>
 #include <deque>
@@ -330,12 +330,18 @@ void queue_frames(qm_list<qm_dbframe>& list, int count) {
     for (int i = 0; i < count; ++i) list.push(&frames.emplace_back());
 }
 
-// Mutex. An error-checking one: what would stand still on a board fails the test.
+// Mutex. A recursive one: what would stand still on a board fails the test and goes on.
+
+namespace {
+
+thread_local std::vector<const qm_mutex*> held_mutexes;
+
+}  // namespace
 
 qm_mutex::qm_mutex() {
     pthread_mutexattr_t attributes;
     pthread_mutexattr_init(&attributes);
-    pthread_mutexattr_settype(&attributes, PTHREAD_MUTEX_ERRORCHECK);
+    pthread_mutexattr_settype(&attributes, PTHREAD_MUTEX_RECURSIVE);
     pthread_mutex_init(&m_handle, &attributes);
     pthread_mutexattr_destroy(&attributes);
 }
@@ -343,12 +349,16 @@ qm_mutex::qm_mutex() {
 qm_mutex::~qm_mutex() { pthread_mutex_destroy(&m_handle); }
 
 qm_lock::qm_lock(qm_mutex& mutex) : m_mutex(mutex) {
-    if (pthread_mutex_lock(&m_mutex.m_handle) == EDEADLK)
-        ADD_FAILURE() << "the mutex is locked twice by one thread";
+    EXPECT_EQ(std::ranges::count(held_mutexes, &mutex), 0)
+        << "the mutex is locked twice by one thread";
+    pthread_mutex_lock(&m_mutex.m_handle);
+    held_mutexes.push_back(&mutex);
     if (fake().journal_locks) note("lock");
 }
 
+// Locks are scopes, so the last one taken is the first to go.
 qm_lock::~qm_lock() {
+    held_mutexes.pop_back();
     pthread_mutex_unlock(&m_mutex.m_handle);
     if (fake().journal_locks) note("unlock");
 }
