@@ -81,7 +81,9 @@ void EncoderChannel::set_idr_interval(uint32_t frames) {
     restart_rate_control();
 }
 
+// 0 is what a channel of constant quantiser is told: the rate for a later change of type stays.
 void EncoderChannel::set_bitrate(uint32_t bits_per_second) {
+    if (bits_per_second == 0) return;
     m_bitrate = std::min(bits_per_second, MAX_BITRATE);
     restart_rate_control();
 }

@@ -52,22 +52,22 @@ std::shared_ptr<MemoryStore> store_of(const std::string& path) {
 MemoryStore::MemoryStore(size_t bytes, size_t video_frames)
     : m_capacity(bytes), m_max_video(video_frames), m_ring(new uint8_t[bytes]) {}
 
-bool MemoryStore::begin_writing() {
+bool MemoryStore::claim() {
     std::lock_guard lock(m_mutex);
-    if (m_writing) return false;
-    m_writing = true;
+    if (m_claimed) return false;
+    m_claimed = true;
     return true;
 }
 
-void MemoryStore::end_writing() {
+void MemoryStore::release() {
     std::lock_guard lock(m_mutex);
-    m_writing = false;
+    m_claimed = false;
     ring_watcher();
 }
 
 bool MemoryStore::writing() {
     std::lock_guard lock(m_mutex);
-    return m_writing;
+    return m_claimed;
 }
 
 const MemoryStore::Record* MemoryStore::find(uint64_t number) const {
@@ -156,7 +156,7 @@ DatabaseReport MemoryStore::report() {
     report.refused = m_refused;
     report.video = m_video;
     for (const Record& record : m_records) report.bytes += record.info.bytes;
-    report.writing = m_writing;
+    report.writing = m_claimed;
     return report;
 }
 
@@ -182,10 +182,6 @@ int MemoryDb::Open(QMDBOpenParam* param) {
         complain("database '%s' is not opened: nothing is recorded in memory under that name", path);
         return 0;
     }
-    if (records && store && store->writing()) {
-        complain("database '%s' is not opened: it is being recorded already", path);
-        return 0;
-    }
     if (!store) {
         const size_t bytes = size_t{param->capacity_a} * CAPACITY_UNIT;
         if (bytes == 0 || bytes > MAX_CAPACITY) {
@@ -195,7 +191,12 @@ int MemoryDb::Open(QMDBOpenParam* param) {
         }
         store = std::make_shared<MemoryStore>(bytes, param->capacity_b);
     }
+    if (records && !store->claim()) {
+        complain("database '%s' is not opened: it is being recorded already", path);
+        return 0;
+    }
     m_store = store;
+    m_claimed = records;
     m_path = param->path;
     if (m_path.empty()) return 1;
     stores()[m_path] = m_store;
@@ -204,33 +205,31 @@ int MemoryDb::Open(QMDBOpenParam* param) {
 }
 
 int MemoryDb::Close() {
+    end_writing();
     m_store.reset();
-    m_worked = false;
     if (!m_path.empty() && !store_of(m_path)) stores().erase(m_path);
     return 0;
 }
 
-bool MemoryDb::left_open() { return m_worked && !m_writes; }
+bool MemoryDb::left_open() { return m_store && !m_at_work; }
 
 void MemoryDb::keep() {
+    end_writing();
     if (m_path.empty() || m_store.use_count() > 1) return;  // unnamed, or taken over already
     kept().push_back({m_path, m_store});
     if (kept().size() > MAX_KEPT) give_up_oldest_kept();
 }
 
-void MemoryDb::begin_writing() {
-    if (!m_store || !m_store->begin_writing()) return;
-    m_writes = true;
-    m_worked = true;
-}
+void MemoryDb::begin_writing() { m_at_work = m_claimed.load(); }
 
+// The recorder's place is free for another: who takes it takes over what was recorded.
 void MemoryDb::end_writing() {
-    if (!m_writes) return;
-    m_store->end_writing();
-    m_writes = false;
+    if (m_claimed) m_store->release();
+    m_claimed = false;
+    m_at_work = false;
 }
 
-bool MemoryDb::append(const qm_dbframe& frame) { return m_store && m_store->append(frame); }
+bool MemoryDb::append(const qm_dbframe& frame) { return m_claimed && m_store->append(frame); }
 
 uint64_t MemoryDb::first() { return m_store ? m_store->first() : 0; }
 

@@ -17,10 +17,10 @@ class MemoryStore {
     // A ring of `bytes` payload bytes and at most `video_frames` video frames.
     MemoryStore(size_t bytes, size_t video_frames);
 
-    // At most one recorder at a time: false when there is one.
-    bool begin_writing();
-    void end_writing();
-    bool writing();
+    // The recorder's place: at most one database holds it. False when it is taken.
+    bool claim();
+    void release();
+    bool writing();  // it is taken
 
     bool append(const qm_dbframe& frame);
     uint64_t first();
@@ -51,7 +51,7 @@ class MemoryStore {
     size_t m_write = 0;                 // where the next payload goes
     size_t m_video = 0;                 // video frames among the records
     uint64_t m_refused = 0;
-    bool m_writing = false;
+    bool m_claimed = false;
     Alarm* m_watcher = nullptr;
 };
 
@@ -82,8 +82,8 @@ class MemoryDb final : public StreamDb {
   private:
     std::string m_path;
     std::shared_ptr<MemoryStore> m_store;  // null when not open
-    std::atomic<bool> m_writes{false};     // this object's recording thread is at work
-    std::atomic<bool> m_worked{false};     // it has been at work
+    std::atomic<bool> m_claimed{false};    // holds the store's recorder's place
+    std::atomic<bool> m_at_work{false};    // a recording thread is at work
 };
 
 }  // namespace sim

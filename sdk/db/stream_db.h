@@ -20,7 +20,8 @@ class StreamDb : public iqm_db {
   public:
     virtual ~StreamDb() = default;
 
-    // A recording thread begins and ends its work. What was recorded stays for the readers.
+    // A recording thread begins and ends its work. What was recorded stays for the readers; after
+    // the end nothing can be appended.
     virtual void begin_writing() = 0;
     virtual void end_writing() = 0;
     // False when the record can never fit; it is counted.
@@ -39,7 +40,7 @@ class StreamDb : public iqm_db {
 
     virtual DatabaseReport report() = 0;
 
-    // A recorder whose thread has worked and ended, and that nobody closed.
+    // Open, and no recording thread is at work on it (any more).
     virtual bool left_open() = 0;
     // Called on one that was left open before it is destroyed: what it recorded is kept for the
     // next recorder of its path.

@@ -12,8 +12,8 @@ namespace {
 // What may wait in a frame list when the database is slow.
 constexpr int MAX_WAITING_FRAMES = 2048;
 constexpr size_t MAX_WAITING_BYTES = size_t{32} << 20;
-// Two full ticks of the whole board.
-constexpr int MAX_BLANK_FRAMES = 2 * QMCODEC_STREAMS * QMCODEC_CHANNELS;
+// What empty frames may hold on to.
+constexpr size_t MAX_BLANK_BYTES = size_t{1} << 20;
 
 void set(std::atomic<int32_t>& figure, uint32_t value) {
     figure.store(static_cast<int32_t>(value), std::memory_order_relaxed);
@@ -52,11 +52,11 @@ void qm_encode_worker::work(void* codec, uint32_t stream_mask, iqm_db* db,
     store.begin_writing();
     board->attach(stream_mask, this);
     while (stop.load() == 0) {
-        write_waiting(store);
-        m_alarm.wait_until(sim::NEVER);
+        write_waiting(store, stop);
+        if (stop.load() == 0) m_alarm.wait_until(sim::NEVER);
     }
     board->detach(this);
-    write_waiting(store);
+    write_waiting(store, stop);
     note_refusals();
     store.end_writing();
 }
@@ -68,7 +68,7 @@ qm_dbframe* qm_encode_worker::blank(size_t bytes) {
         frame = m_blanks;
         if (frame) {
             m_blanks = frame->next;
-            --m_blank_count;
+            m_blank_bytes -= frame->capacity;
         }
     }
     if (!frame) frame = new qm_dbframe;
@@ -78,11 +78,11 @@ qm_dbframe* qm_encode_worker::blank(size_t bytes) {
 
 void qm_encode_worker::recycle(qm_dbframe* frame) {
     std::lock_guard lock(m_blanks_mutex);
-    if (m_blank_count >= MAX_BLANK_FRAMES) {
+    if (m_blank_bytes + frame->capacity > MAX_BLANK_BYTES) {
         delete frame;
         return;
     }
-    ++m_blank_count;
+    m_blank_bytes += frame->capacity;
     frame->next = m_blanks;
     m_blanks = frame;
 }
@@ -152,9 +152,9 @@ void qm_encode_worker::end_of_batch() {
     m_alarm.ring();
 }
 
-void qm_encode_worker::write_waiting(sim::StreamDb& db) {
+void qm_encode_worker::write_waiting(sim::StreamDb& db, const std::atomic<uint32_t>& stop) {
     while (qm_dbframe* frame = m_list.pop()) {
-        pause_for_slow_disk();
+        pause_for_slow_disk(stop);
         if (!db.append(*frame)) ++m_refused;
         m_waiting_bytes -= frame->info.bytes;
         recycle(frame);
@@ -163,12 +163,13 @@ void qm_encode_worker::write_waiting(sim::StreamDb& db) {
     note_drops(true);
 }
 
-// Rings meanwhile are no loss: the list is emptied before the worker waits again.
-void qm_encode_worker::pause_for_slow_disk() {
+// Rings meanwhile are no loss: the list is emptied and the stop looked for before the worker waits
+// again. A thread that is to end writes what still waits without a pause.
+void qm_encode_worker::pause_for_slow_disk(const std::atomic<uint32_t>& stop) {
     const int64_t pause_us = int64_t{sim::settings().slow_disk_ms} * 1000;
     if (pause_us == 0) return;
     const int64_t end_us = sim::now_us() + pause_us;
-    while (sim::now_us() < end_us) m_alarm.wait_until(end_us);
+    while (stop.load() == 0 && sim::now_us() < end_us) m_alarm.wait_until(end_us);
 }
 
 // One line when frames begin to be dropped, one when the worker has caught up again.

@@ -31,8 +31,8 @@ class qm_encode_worker final : public sim::FrameSink {
     void count(const sim::FrameInfo& info);
     bool make_room(const sim::FrameInfo& info);
     void drop_oldest_group();
-    void write_waiting(sim::StreamDb& db);
-    void pause_for_slow_disk();
+    void write_waiting(sim::StreamDb& db, const std::atomic<uint32_t>& stop);
+    void pause_for_slow_disk(const std::atomic<uint32_t>& stop);
     void recycle(qm_dbframe* frame);
     void note_drops(bool caught_up);
     void note_refusals();
@@ -59,7 +59,7 @@ class qm_encode_worker final : public sim::FrameSink {
 
     std::mutex m_blanks_mutex;
     qm_dbframe* m_blanks = nullptr;  // empty frames to be filled again; guarded by m_blanks_mutex
-    int m_blank_count = 0;           // guarded by m_blanks_mutex
+    size_t m_blank_bytes = 0;        // their capacity; guarded by m_blanks_mutex
 };
 
 #endif  // SDK_WORKERS_ENCODE_WORKER_H

@@ -187,8 +187,16 @@ TEST(EncoderChannel, StartsOverWhenSwitchedOnAgain) {
 TEST(EncoderChannel, HasRoomForTheHeaderAtAnyBitRate) {
     EncoderChannel channel = channel_of(0, 30, 0);
     channel.set_bitrate_type(1);
-    channel.set_bitrate(0);
+    channel.set_bitrate(1);
     EXPECT_EQ(channel.encode().bytes, 32u);
+}
+
+TEST(EncoderChannel, KeepsItsBitRateWhenItIsToldNone) {
+    EncoderChannel channel = channel_of(0, 10, 1);  // key frames only: all of one size
+    channel.set_bitrate(800'000);
+    channel.set_bitrate(0);
+    channel.set_bitrate_type(1);
+    EXPECT_EQ(channel.encode().bytes, 10'000u);
 }
 
 }  // namespace

@@ -137,10 +137,36 @@ TEST_F(MemoryDb, CannotBePlayedBackWhenNothingIsRecorded) {
 TEST_F(MemoryDb, HasOneRecorderAPath) {
     sim::StreamDb *first = create(), *second = create();
     ASSERT_TRUE(open(first, "a"));
+    EXPECT_FALSE(open(second, "a"));  // its thread may be about to start
     first->begin_writing();
     EXPECT_FALSE(open(second, "a"));
     EXPECT_TRUE(open(second, "b"));
-    said = "qm7105 board: database 'a' is not opened: it is being recorded already\n";
+    EXPECT_TRUE(first->append(frame_of(32)));
+    said =
+        "qm7105 board: database 'a' is not opened: it is being recorded already\n"
+        "qm7105 board: database 'a' is not opened: it is being recorded already\n";
+}
+
+TEST_F(MemoryDb, FreesTheRecordersPlaceWhenItsThreadEndsOrItIsClosed) {
+    sim::StreamDb *first = create(), *second = create(), *third = create();
+    ASSERT_TRUE(open(first, "a"));
+    first->begin_writing();
+    first->append(frame_of(32));
+    first->end_writing();
+    EXPECT_FALSE(first->append(frame_of(32)));
+    ASSERT_TRUE(open(second, "a"));
+    EXPECT_EQ(second->end(), 1u);
+    second->Close();
+    EXPECT_TRUE(open(third, "a"));
+}
+
+TEST_F(MemoryDb, TakesOverARecorderWhoseThreadNeverStarted) {
+    iqm_db* db = nullptr;
+    for (int i = 0; i < 3; ++i) {
+        qm_db_create(DB_TYPE_MEMORY, &db);
+        ASSERT_TRUE(open(sim::StreamDb::of(db), "jpeg"));
+    }
+    EXPECT_EQ(sim::open_databases(), 1);
 }
 
 TEST_F(MemoryDb, MayHaveManyRecordersWithoutAPath) {
