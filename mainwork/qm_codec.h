@@ -13,6 +13,7 @@
 inline constexpr int QMCODEC_CHANNELS = 16;  // a stream, numbered 0..15
 inline constexpr int QMCODEC_STREAMS = 6;    // numbered as QMCODEC_STREAM
 inline constexpr int QMCODEC_CHIPS = 4;      // numbered 0..3, one bit each in a chip mask
+inline constexpr int QMCODEC_CHANNELS_PER_CHIP = QMCODEC_CHANNELS / QMCODEC_CHIPS;
 
 enum QMCODEC_STREAM : int32_t {
     QMCODEC_STREAM_MAIN = 0,

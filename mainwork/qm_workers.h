@@ -46,8 +46,9 @@ class qm_list {
     void push(T* record);
     T* pop();  // null when empty
     // Takes out the oldest record and those of its stream and channel that follow it up to the next
-    // key frame. Returns them as a chain, null when the list is empty.
-    T* take_group();
+    // key frame. Returns them as a chain, null when the list is empty. *more tells whether records
+    // of that channel are left.
+    T* take_group(bool* more);
 
   private:
     qm_mutex m_mutex;

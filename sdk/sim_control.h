@@ -11,7 +11,7 @@ class qm_thread_decode;
 
 namespace sim {
 
-// Applies "name=value ...", as QM_BOARD does.
+// Applies "name=value ...", as QM_BOARD does. The speed is taken when the clock is first used.
 void control(const char* settings);
 // Back to the neutral settings.
 void control_reset();
@@ -46,7 +46,7 @@ struct DatabaseReport {
 };
 DatabaseReport database_report(iqm_db* db);
 
-// Databases that are open at present.
+// Databases that were created and not destroyed.
 int open_databases();
 
 // What the playback thread delivered beside the figures of GetCalculData.

@@ -2,6 +2,7 @@
 #include "sdk/board/board.h"
 
 #include <algorithm>
+#include <thread>
 
 #include "sdk/db/db_registry.h"
 #include "sdk/runtime/settings.h"
@@ -13,7 +14,6 @@ namespace sim {
 
 namespace {
 
-constexpr int CHANNELS_PER_CHIP = QMCODEC_CHANNELS / QMCODEC_CHIPS;
 constexpr int64_t MAX_LATENESS_US = US_PER_S;
 
 constexpr int OK = 0;
@@ -21,12 +21,7 @@ constexpr int FAILED = -1;
 
 // Whether the `drop` setting loses this frame: the same frames for the same seed.
 bool falls_out(const FrameInfo& names, int32_t percent) {
-    if (percent <= 0) return false;
-    uint64_t x = settings().seed ^ (uint64_t{names.number} << 16 | uint64_t{names.stream} << 8 |
-                                    names.channel);
-    x = (x ^ (x >> 31)) * 0x7FB5D329728EA185;
-    x = (x ^ (x >> 27)) * 0x81DADEF4BC2DD44D;
-    return (x >> 33) % 100 < static_cast<uint64_t>(percent);
+    return percent > 0 && frame_hash(names, settings().seed) % 100 < static_cast<uint64_t>(percent);
 }
 
 }  // namespace
@@ -69,8 +64,13 @@ int Board::SetBoardType(uint32_t board_type, uint32_t sub_board_type) {
 
 int Board::SetChipEnableMask(uint32_t mask) {
     if (settings().fail_mask.strikes()) return FAILED;
-    std::lock_guard lock(m_mutex);
-    m_chip_mask = mask;
+    {
+        std::lock_guard lock(m_mutex);
+        lose_until(now_us());  // what channels without a chip would have given is no one's loss
+        m_chip_mask = mask;
+        lose_until(now_us());
+    }
+    m_pacer.wake();
     return OK;
 }
 
@@ -84,6 +84,7 @@ int Board::InitAVCodec(_QM_AVCODEC_INIT_PARAM* param) {
         m_start_us = now_us();
         for (auto& stream : m_video)
             for (EncoderChannel& channel : stream) channel.set_format(m_pal);
+        lose_until(now_us());  // channels that were on already begin now
     }
     m_pacer.CreateThread(nullptr, 0);
     return OK;
@@ -113,7 +114,7 @@ int Board::with_channel(int stream, int channel, Change change) {
 int Board::SetChannelEnable(int stream, int channel, uint8_t enable) {
     return with_channel(stream, channel, [&](EncoderChannel& encoder) {
         if (enable)
-            encoder.switch_on(next_tick_us(m_pal ? 25 : 30));
+            encoder.switch_on(next_tick(frame_rate_limit(m_pal)));
         else
             encoder.switch_off();
     });
@@ -125,7 +126,7 @@ int Board::SetCodecType(int stream, int channel, uint32_t codectype) {
 
 int Board::SetFrameRate(int stream, int channel, uint32_t frames_per_second) {
     return with_channel(stream, channel, [&](EncoderChannel& encoder) {
-        encoder.set_frame_rate(frames_per_second, now_us(), next_tick_us(m_pal ? 25 : 30));
+        encoder.set_frame_rate(frames_per_second, now_us(), next_tick(frame_rate_limit(m_pal)));
     });
 }
 
@@ -166,7 +167,7 @@ int Board::SetAudioChannelEnable(int channel, uint8_t enable) {
         AudioChannel& audio = m_audio[channel];
         if (enable && !audio.on) {
             audio.number = 0;
-            audio.ticker.start(next_tick_us(AUDIO_FRAMES_PER_SECOND), AUDIO_FRAMES_PER_SECOND);
+            audio.ticker.start(next_tick(AUDIO_FRAMES_PER_SECOND), AUDIO_FRAMES_PER_SECOND);
         }
         audio.on = enable != 0;
     }
@@ -174,15 +175,15 @@ int Board::SetAudioChannelEnable(int channel, uint8_t enable) {
     return OK;
 }
 
-bool Board::has_chip(int channel) const { return m_chip_mask >> (channel / CHANNELS_PER_CHIP) & 1; }
+bool Board::has_chip(int channel) const { return m_chip_mask >> (channel / QMCODEC_CHANNELS_PER_CHIP) & 1; }
 
-// The inputs of the board run in step: channels of one rate have their frames at the same moments.
-int64_t Board::next_tick_us(uint32_t rate) const {
-    Ticker ticks;
-    const int64_t passed = (now_us() - m_start_us) / US_PER_S * US_PER_S;
-    ticks.start(m_start_us + passed, rate);
-    ticks.advance_to(now_us() + 1);
-    return ticks.due_us();
+// The inputs of the board run in step: the channels of one rate have their frames at the same
+// moments.
+Tick Board::next_tick(uint32_t rate) const {
+    const int64_t passed = (now_us() - m_start_us) * rate / US_PER_S;
+    Tick tick{m_start_us, passed, rate};
+    while (m_start_us + tick.count * US_PER_S / tick.rate <= now_us()) ++tick.count;
+    return tick;
 }
 
 int64_t Board::next_due_us() const {
@@ -195,23 +196,26 @@ int64_t Board::next_due_us() const {
     return next;
 }
 
-void Board::lose_late(int64_t before_us) {
+// Passes over what was due before a time; returns how many frames that were.
+uint64_t Board::lose_until(int64_t time_us) {
+    uint64_t lost = 0;
     for (int ch = 0; ch < QMCODEC_CHANNELS; ++ch) {
         if (!has_chip(ch)) continue;
         for (auto& stream : m_video)
-            if (stream[ch].on()) m_report.late += stream[ch].lose_until(before_us);
+            if (stream[ch].on()) lost += stream[ch].lose_until(time_us);
         if (!m_audio[ch].on) continue;
-        const uint32_t lost = m_audio[ch].ticker.advance_to(before_us);
-        m_audio[ch].number += lost;
-        m_report.late += lost;
+        const uint32_t audio_lost = m_audio[ch].ticker.advance_to(time_us);
+        m_audio[ch].number += audio_lost;
+        lost += audio_lost;
     }
+    return lost;
 }
 
 int64_t Board::produce(int64_t now) {
     std::lock_guard lock(m_mutex);
     int64_t due = next_due_us();
     if (due < now - MAX_LATENESS_US) {
-        lose_late(now - MAX_LATENESS_US);
+        m_report.late += lose_until(now - MAX_LATENESS_US);
         due = next_due_us();
     }
     if (due > now) return due;
@@ -246,7 +250,7 @@ void Board::produce_video(EncoderChannel& encoder) {
     qm_dbframe* frame = sink->blank(info.bytes);
     frame->info = info;
     write_payload(info, settings().seed, frame->payload.get());
-    sink->deliver(frame);
+    if (!sink->deliver(frame)) encoder.force_key();
     ++m_report.delivered;
 }
 
@@ -274,7 +278,10 @@ void Board::produce_audio(AudioChannel& audio, int channel) {
 Board::Pacer::Pacer(Board& board) : m_board(board) { m_state->on_board = true; }
 
 void* Board::Pacer::Work(void*) {
-    while (m_stop_request.load() == 0) m_state->alarm.wait_until(m_board.produce(now_us()));
+    while (m_stop_request.load() == 0) {
+        m_state->alarm.wait_until(m_board.produce(now_us()));
+        std::this_thread::yield();  // when there is no time to wait, the setters get their turn
+    }
     return nullptr;
 }
 

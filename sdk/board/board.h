@@ -75,7 +75,7 @@ class Board final : public QMAVCodec, QMCodecSystem, QMVideoEncoder, QMAudio {
     template <class Change>
     int with_channel(int stream, int channel, Change change);
     bool has_chip(int channel) const;
-    int64_t next_tick_us(uint32_t rate) const;
+    Tick next_tick(uint32_t rate) const;
 
     // Makes all frames due at `now`; returns when the next one is due.
     int64_t produce(int64_t now);
@@ -83,7 +83,7 @@ class Board final : public QMAVCodec, QMCodecSystem, QMVideoEncoder, QMAudio {
     void produce_at(int64_t due);
     void produce_video(EncoderChannel& encoder);
     void produce_audio(AudioChannel& audio, int channel);
-    void lose_late(int64_t before_us);
+    uint64_t lose_until(int64_t time_us);
 
     std::mutex m_mutex;  // guards all below but the pacer
     uint32_t m_chip_mask = 0;

@@ -11,17 +11,19 @@ namespace sim {
 namespace {
 
 constexpr uint32_t CODEC_JPEG = 2;
-constexpr uint32_t MAX_RESOLUTION = 4;
-constexpr uint32_t DEFAULT_RESOLUTION = 3;
 constexpr uint8_t MAX_QP = 51;
 constexpr uint32_t MAX_BITRATE = 50'000'000;
 
 }  // namespace
 
-// due >= time exactly when count >= (time - start) * rate / second, unrounded.
+// Due at or after a time exactly when count >= (time - start) * rate - first.count * rate / first.rate,
+// unrounded.
 uint32_t Ticker::advance_to(int64_t time_us) {
-    if (m_rate == 0 || due_us() >= time_us) return 0;
-    const int64_t count = ((time_us - m_start_us) * m_rate + US_PER_S - 1) / US_PER_S;
+    if (due_us() >= time_us) return 0;
+    const int64_t wanted = (time_us - m_first.start_us) * m_rate * m_first.rate -
+                           m_first.count * m_rate * US_PER_S;
+    const int64_t unit = m_first.rate * US_PER_S;
+    const int64_t count = (wanted + unit - 1) / unit;
     const int64_t passed = count - m_count;
     m_count = count;
     return static_cast<uint32_t>(passed);
@@ -34,16 +36,18 @@ void EncoderChannel::place(uint8_t stream, uint8_t channel) {
 
 void EncoderChannel::set_format(bool pal) {
     m_pal = pal;
-    m_rate = std::min(m_rate, rate_limit());
+    restart_rate_control();
 }
 
-void EncoderChannel::switch_on(int64_t first_us) {
+uint32_t EncoderChannel::rate() const { return std::min(m_asked_rate, frame_rate_limit(m_pal)); }
+
+void EncoderChannel::switch_on(const Tick& first) {
     if (m_on) return;
     m_on = true;
     m_number = 0;
     m_key_wanted = true;
-    m_ticker.start(first_us, m_rate);
-    m_last_us = first_us;
+    m_ticker.start(first, rate());
+    m_last_us = m_ticker.due_us();
     restart_rate_control();
 }
 
@@ -57,26 +61,24 @@ void EncoderChannel::set_codec_type(uint32_t type) {
 
 // The next frame follows the last one at the new rate, but never lies in the past: frames are not
 // bunched because the rate went up.
-void EncoderChannel::set_frame_rate(uint32_t rate, int64_t now_us, int64_t next_tick_us) {
-    rate = std::min(rate, rate_limit());
-    if (rate == m_rate) return;
-    const bool ran = m_on && m_rate != 0;
+void EncoderChannel::set_frame_rate(uint32_t asked, int64_t now_us, const Tick& next) {
+    const uint32_t before = rate();
     const int64_t first_us = m_ticker.due_us();
-    m_rate = rate;
+    m_asked_rate = asked;
+    if (rate() == before) return;
     restart_rate_control();
-    if (!ran || rate == 0) {
-        m_ticker.start(next_tick_us, rate);
+    if (!m_on || before == 0 || rate() == 0) {
+        m_ticker.start(next, rate());
     } else if (m_number == 0) {
-        m_ticker.start(first_us, rate);
+        m_ticker.start({first_us}, rate());
     } else {
-        m_ticker.start(m_last_us, rate);
+        m_ticker.start({m_last_us}, rate());
         m_ticker.advance();
-        if (m_ticker.due_us() <= now_us) m_ticker.start(next_tick_us, rate);
+        if (m_ticker.due_us() <= now_us) m_ticker.start(next, rate());
     }
 }
 
 void EncoderChannel::set_idr_interval(uint32_t frames) {
-    if (frames == m_idr_interval) return;
     m_idr_interval = frames;
     restart_rate_control();
 }
@@ -88,13 +90,10 @@ void EncoderChannel::set_bitrate(uint32_t bits_per_second) {
     restart_rate_control();
 }
 
-void EncoderChannel::set_bitrate_type(uint32_t type) {
-    m_bitrate_type = type;
-    restart_rate_control();
-}
+void EncoderChannel::set_bitrate_type(uint32_t type) { m_bitrate_type = type; }
 
 void EncoderChannel::set_resolution(uint32_t resolution) {
-    if (resolution > MAX_RESOLUTION) resolution = DEFAULT_RESOLUTION;
+    resolution = held_resolution(resolution);
     if (resolution == m_resolution) return;
     m_resolution = resolution;
     m_key_wanted = true;
@@ -112,13 +111,15 @@ bool EncoderChannel::is_jpeg() const {
     return m_stream == QMCODEC_STREAM_JPEG || m_codec_type == CODEC_JPEG;
 }
 
+// Key frames stand at the multiples of the interval: one out of turn moves none of them, so what a
+// frame is depends on its number and the settings.
 bool EncoderChannel::key_due() const {
-    return m_key_wanted || is_jpeg() ||
-           (m_idr_interval != 0 && m_number - m_key_number >= m_idr_interval);
+    return m_key_wanted || is_jpeg() || (m_idr_interval != 0 && m_number % m_idr_interval == 0);
 }
 
 void EncoderChannel::restart_rate_control() {
-    m_rate_control.start(m_bitrate, std::max(m_rate, 1u), is_jpeg() ? 1 : m_idr_interval);
+    const uint32_t group = is_jpeg() ? 1 : m_idr_interval;
+    m_rate_control = ConstantBitRate(m_bitrate, std::max(rate(), 1u), group);
 }
 
 FrameInfo EncoderChannel::names() const {
@@ -135,28 +136,31 @@ FrameInfo EncoderChannel::encode() {
     const uint32_t bytes =
         m_bitrate_type == 0
             ? constant_quantiser_bytes(picture_size(m_resolution, m_pal), m_qp, key, jpeg)
-            : m_rate_control.next_bytes(key);
+            : m_rate_control.bytes(m_number, key);
     FrameInfo info = names();
     info.kind = jpeg ? FrameKind::jpeg : key ? FrameKind::idr : FrameKind::p;
     info.time_us = m_ticker.due_us();
     info.bytes = std::max(bytes, PAYLOAD_HEADER_BYTES);
-    if (key) {
-        m_key_number = m_number;
-        m_key_wanted = false;
-    }
-    lose();
+    if (key) m_key_wanted = false;
+    advance();
     return info;
 }
 
-void EncoderChannel::lose() {
+void EncoderChannel::advance() {
     m_last_us = m_ticker.due_us();
     m_ticker.advance();
     ++m_number;
 }
 
+void EncoderChannel::lose() {
+    m_key_wanted = key_due();
+    advance();
+}
+
 uint32_t EncoderChannel::lose_until(int64_t time_us) {
     const uint32_t lost = m_ticker.advance_to(time_us);
     m_number += lost;
+    if (lost > 0) m_key_wanted = true;
     return lost;
 }
 

@@ -11,23 +11,35 @@
 
 namespace sim {
 
-// Times of a steady rate: event n is due at start + n / rate, exactly, rounded once.
+// Frames a second at the most: NTSC 30, PAL 25.
+inline uint32_t frame_rate_limit(bool pal) { return pal ? 25 : 30; }
+
+// A moment on a steady grid: tick `count` of `rate` a second from `start_us`. Not rounded.
+struct Tick {
+    int64_t start_us = 0;
+    int64_t count = 0;
+    int64_t rate = 1;
+};
+
+// Times of a steady rate: event n is due at first + n / rate, exactly, rounded once.
 class Ticker {
   public:
-    void start(int64_t start_us, uint32_t rate) {
-        m_start_us = start_us;
+    void start(const Tick& first, uint32_t rate) {
+        m_first = first;
         m_rate = rate;
         m_count = 0;
     }
     int64_t due_us() const {
-        return m_rate == 0 ? NEVER : m_start_us + m_count * US_PER_S / m_rate;
+        if (m_rate == 0) return NEVER;
+        return m_first.start_us +
+               (m_first.count * m_rate + m_count * m_first.rate) * US_PER_S / (m_first.rate * m_rate);
     }
     void advance() { ++m_count; }
     // Passes over what is due before `time_us`; returns how many that were.
     uint32_t advance_to(int64_t time_us);
 
   private:
-    int64_t m_start_us = 0;
+    Tick m_first;
     int64_t m_rate = 0;
     int64_t m_count = 0;
 };
@@ -38,48 +50,47 @@ struct PrivateZone {
     bool operator==(const PrivateZone&) const = default;
 };
 
-// Power-on settings are those of a picture: D1 at the format's full rate, a key frame a second.
+// Power-on settings are those of a picture: D1 at the format's full rate, a key frame every 30.
 class EncoderChannel {
   public:
     void place(uint8_t stream, uint8_t channel);
-    // NTSC 30 or PAL 25; before the channel is switched on.
     void set_format(bool pal);
 
-    // Switching on starts frame 0, a key frame, at `first_us`.
-    void switch_on(int64_t first_us);
+    // Switching on starts frame 0, a key frame, at `first`.
+    void switch_on(const Tick& first);
     void switch_off() { m_on = false; }
     bool on() const { return m_on; }
 
-    // Settings; values out of range are held to the nearest that makes sense. `next_tick_us` is
-    // where a rate begins that has no earlier frame to follow.
+    // Settings; values out of range are held to the nearest that makes sense. `next` is where a rate
+    // begins that has no earlier frame to follow.
     void set_codec_type(uint32_t type);
-    void set_frame_rate(uint32_t rate, int64_t now_us, int64_t next_tick_us);
+    void set_frame_rate(uint32_t rate, int64_t now_us, const Tick& next);
     void set_idr_interval(uint32_t frames);
     void set_bitrate(uint32_t bits_per_second);
     void set_bitrate_type(uint32_t type);
     void set_resolution(uint32_t resolution);
     void set_qp(uint8_t qp);
     void set_zone(const PrivateZone& zone);
-    const PrivateZone& zone() const { return m_zone; }
 
-    // The next frame is a key frame.
+    // The next frame is a key frame, out of turn perhaps.
     void force_key() { m_key_wanted = true; }
 
     // NEVER when off or at rate 0.
     int64_t due_us() const { return m_on ? m_ticker.due_us() : NEVER; }
+    // Stream, channel and number of the frame that is due.
+    FrameInfo names() const;
     // The frame that is due; the next one is due then.
     FrameInfo encode();
-    // The frame that is due gets lost before it is encoded.
+    // The frame that is due gets lost before it is encoded. A key frame is made up for by the next.
     void lose();
     // As lose(), for all that were due before `time_us`; returns how many.
     uint32_t lose_until(int64_t time_us);
-    // Stream, channel and number of the frame that is due.
-    FrameInfo names() const;
 
   private:
     bool is_jpeg() const;
-    uint32_t rate_limit() const { return m_pal ? 25 : 30; }
     bool key_due() const;
+    uint32_t rate() const;
+    void advance();
     void restart_rate_control();
 
     uint8_t m_stream = 0;
@@ -88,7 +99,7 @@ class EncoderChannel {
     bool m_on = false;
 
     uint32_t m_codec_type = 0;
-    uint32_t m_rate = 30;
+    uint32_t m_asked_rate = 30;
     uint32_t m_idr_interval = 30;
     uint32_t m_bitrate = 2'048'000;
     uint32_t m_bitrate_type = 0;
@@ -97,9 +108,8 @@ class EncoderChannel {
     PrivateZone m_zone;
 
     Ticker m_ticker;
-    uint32_t m_number = 0;       // of the frame that is due
-    uint32_t m_key_number = 0;   // of the last key frame
-    int64_t m_last_us = 0;       // when the last frame was due
+    uint32_t m_number = 0;  // of the frame that is due
+    int64_t m_last_us = 0;  // when the last frame was due
     bool m_key_wanted = true;
     ConstantBitRate m_rate_control;
 };

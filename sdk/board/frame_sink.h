@@ -13,8 +13,9 @@ class FrameSink {
   public:
     // An empty frame with room for `bytes` of payload.
     virtual qm_dbframe* blank(size_t bytes) = 0;
-    // A finished frame; the sink owns it from here on.
-    virtual void deliver(qm_dbframe* frame) = 0;
+    // A finished frame; the sink owns it from here on. False when it had to be dropped and the next
+    // frame of its channel must be a key frame.
+    virtual bool deliver(qm_dbframe* frame) = 0;
     // No further frame is due at present.
     virtual void end_of_batch() = 0;
 

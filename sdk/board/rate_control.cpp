@@ -15,17 +15,21 @@ constexpr uint64_t SIXTH_OF_OCTAVE[6] = {4096, 4598, 5161, 5793, 6502, 7298};
 constexpr int SIXTH_SHIFT = 12;
 constexpr int REFERENCE_QP = 27;
 
-// Longer groups behave the same.
-constexpr uint32_t LONGEST_GROUP = 100'000;
+// In longer groups the share that the others give back is nothing to speak of.
+constexpr uint64_t LONGEST_GROUP = 1000;
 
 }  // namespace
+
+uint32_t held_resolution(uint32_t resolution) {
+    return resolution < RESOLUTIONS ? resolution : DEFAULT_RESOLUTION;
+}
 
 PictureSize picture_size(uint32_t resolution, bool pal) {
     constexpr PictureSize NTSC[RESOLUTIONS] = {
         {176, 120}, {352, 240}, {352, 480}, {704, 480}, {1280, 720}};
     constexpr PictureSize PAL[RESOLUTIONS] = {
         {176, 144}, {352, 288}, {352, 576}, {704, 576}, {1280, 720}};
-    const uint32_t code = resolution < RESOLUTIONS ? resolution : DEFAULT_RESOLUTION;
+    const uint32_t code = held_resolution(resolution);
     return pal ? PAL[code] : NTSC[code];
 }
 
@@ -40,31 +44,34 @@ uint32_t constant_quantiser_bytes(PictureSize size, uint8_t qp, bool key, bool j
     return static_cast<uint32_t>((scaled >> reference_shift) / (bits_per_byte * pixels_per_bit));
 }
 
-void ConstantBitRate::start(uint32_t bits_per_second, uint32_t frames_per_second, uint32_t group) {
-    const uint64_t others = group == 0 ? 1 : std::min(group, LONGEST_GROUP) - 1;
+ConstantBitRate::ConstantBitRate(uint32_t bits_per_second, uint32_t frames_per_second,
+                                 uint32_t group)
+    : m_group(group) {
     const uint64_t span = 2 * uint64_t{frames_per_second};  // frames of 2 seconds
-    // The excess e of a key frame, in thousandths.
-    uint64_t excess;
-    if (group == 0)
-        excess = 8 * span;
-    else if (span % group == 0)
-        excess = std::min<uint64_t>(3000, 750 * others);
-    else
-        excess = std::min(8 * span * others / (others + 1), 750 * others);
-
-    const uint64_t unit = 1000 * std::max<uint64_t>(others, 1);
-    const uint64_t key_weight = unit + excess * std::max<uint64_t>(others, 1);
-    const uint64_t other_weight = group == 0 ? unit : unit - excess;
-    m_key_dividend = bits_per_second * key_weight;
-    m_other_dividend = bits_per_second * other_weight;
+    const bool gives_back = group > 1 && group <= LONGEST_GROUP;
+    const uint64_t others = gives_back ? group - 1 : 1;
+    // The excess e of a key frame in thousandths, and weights in units of 1 / (1000 * others) frame.
+    const uint64_t excess = group == 1 ? 0 : gives_back ? 4 * span * others / group : 4 * span;
+    const uint64_t unit = 1000 * others;
+    m_key_dividend = bits_per_second * (unit + excess * others);
+    m_other_dividend = bits_per_second * (gives_back ? unit - excess : unit);
     m_divisor = 8 * uint64_t{frames_per_second} * unit;
-    m_remainder = 0;
 }
 
-uint32_t ConstantBitRate::next_bytes(bool key) {
-    const uint64_t dividend = (key ? m_key_dividend : m_other_dividend) + m_remainder;
-    m_remainder = dividend % m_divisor;
-    return static_cast<uint32_t>(dividend / m_divisor);
+uint64_t ConstantBitRate::before(uint64_t place) const {
+    if (place == 0) return 0;
+    return m_key_dividend % m_divisor + (place - 1) * (m_other_dividend % m_divisor);
+}
+
+// Frame n takes floor(sum up to and with it) - floor(sum before it). Only remainders of the sums
+// matter, and those of whole groups are taken first, so nothing overflows.
+uint32_t ConstantBitRate::bytes(uint32_t number, bool key) const {
+    const uint64_t place = m_group == 0 ? number : number % m_group;
+    const uint64_t groups = m_group == 0 ? 0 : number / m_group;
+    const uint64_t group_remainder = m_group == 0 ? 0 : before(m_group) % m_divisor;
+    const uint64_t sum = groups % m_divisor * group_remainder % m_divisor + before(place);
+    const uint64_t due = sum % m_divisor + (key ? m_key_dividend : m_other_dividend);
+    return static_cast<uint32_t>(due / m_divisor);
 }
 
 }  // namespace sim

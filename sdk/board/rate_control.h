@@ -12,7 +12,9 @@ struct PictureSize {
     int height;
 };
 
-// 0 QCIF, 1 CIF, 2 Half D1, 3 D1, 4 HD; a code above 4 is taken as 3.
+// The resolution code that is meant: 0 QCIF, 1 CIF, 2 Half D1, 3 D1, 4 HD; above 4 is taken as 3.
+uint32_t held_resolution(uint32_t resolution);
+
 PictureSize picture_size(uint32_t resolution, bool pal);
 
 // Constant quantiser, the formula: a P picture takes pixels * 1/12 bit at QP 27, doubled for every
@@ -20,28 +22,31 @@ PictureSize picture_size(uint32_t resolution, bool pal);
 // much.
 uint32_t constant_quantiser_bytes(PictureSize size, uint8_t qp, bool key, bool jpeg);
 
-// Constant bit rate: gives each frame its bytes so that every span of 2 seconds holds the bit rate
-// within 1 %, with key frames larger than the others.
+// Constant bit rate: the bytes of each frame follow from its number, so that every span of 2 seconds
+// holds the bit rate within 1 %, with key frames larger than the others.
 //
 // Of the bytes that are due a frame, a, a key frame takes a * (1 + e), and the G - 1 others of its
-// group of G give it back in equal shares. Where groups divide 2 seconds evenly, every such span
-// holds the same number of key frames and e may be large (3, for short groups 3/4 of G - 1);
-// elsewhere a span may hold one key frame more or less, and e is kept at 0.8 % of a span's frames
-// times (G - 1) / G.
+// group of G give it back in equal shares. A span may hold one key frame more or less than another,
+// and one out of turn (after a change of size, say): e is 0.4 % of a span's frames, times (G - 1) / G.
 class ConstantBitRate {
   public:
-    // Starts over. `group` is the distance of key frames in frames; 0 is one endless group, 1 is
-    // key frames only. `frames_per_second` is not 0.
-    void start(uint32_t bits_per_second, uint32_t frames_per_second, uint32_t group);
-    // The bytes of the next frame.
-    uint32_t next_bytes(bool key);
+    // `group` is the distance of key frames in frames: 0 is one endless group, 1 is key frames only.
+    // `frames_per_second` is not 0.
+    ConstantBitRate(uint32_t bits_per_second, uint32_t frames_per_second, uint32_t group);
+    ConstantBitRate() : ConstantBitRate(0, 1, 0) {}
+
+    // The bytes of frame `number`; the first of each group is a key frame. `key` is true for a key
+    // frame out of turn as well.
+    uint32_t bytes(uint32_t number, bool key) const;
 
   private:
-    // The bytes of a frame are its dividend / m_divisor.
-    uint64_t m_key_dividend = 0;
-    uint64_t m_other_dividend = 0;
-    uint64_t m_divisor = 1;
-    uint64_t m_remainder = 0;  // of the division, carried to the next frame
+    // What the frames of a group before frame `place` of it take, in units of 1 / m_divisor byte.
+    uint64_t before(uint64_t place) const;
+
+    uint64_t m_group;  // 0: endless
+    uint64_t m_key_dividend;
+    uint64_t m_other_dividend;
+    uint64_t m_divisor;
 };
 
 }  // namespace sim

@@ -17,6 +17,7 @@ class UnsupportedDb final : public StreamDb {
   public:
     explicit UnsupportedDb(uint32_t type) : m_type(type) {}
     int Open(QMDBOpenParam* param) override {
+        settings().fail_open.strikes();  // it fails anyway, and is counted
         complain("database '%s' is not opened: type %u is not supported, only 2 (in memory) is",
                  param->path.c_str(), m_type);
         return 0;

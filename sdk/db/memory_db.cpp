@@ -11,8 +11,8 @@ namespace sim {
 
 namespace {
 
-constexpr size_t CAPACITY_UNIT = 64 * 1024;
-constexpr size_t MAX_CAPACITY = size_t{1} << 30;
+constexpr uint64_t CAPACITY_UNIT = 64 * 1024;
+constexpr uint64_t MAX_CAPACITY = uint64_t{1} << 30;
 constexpr uint32_t MODE_RECORD = 1;
 
 // Stores by path, as long as one has them open. An empty path names nothing and is not listed. Never
@@ -183,44 +183,48 @@ int MemoryDb::Open(QMDBOpenParam* param) {
         return 0;
     }
     if (!store) {
-        const size_t bytes = size_t{param->capacity_a} * CAPACITY_UNIT;
+        const uint64_t bytes = uint64_t{param->capacity_a} * CAPACITY_UNIT;
         if (bytes == 0 || bytes > MAX_CAPACITY) {
             complain("database '%s' is not opened: a ring of %u x 64 KiB cannot be made", path,
                      param->capacity_a);
             return 0;
         }
-        store = std::make_shared<MemoryStore>(bytes, param->capacity_b);
+        store = std::make_shared<MemoryStore>(static_cast<size_t>(bytes), param->capacity_b);
     }
     if (records && !store->claim()) {
         complain("database '%s' is not opened: it is being recorded already", path);
         return 0;
     }
     m_store = store;
-    m_claimed = records;
+    m_recorder = m_claimed = records;
     m_path = param->path;
     if (m_path.empty()) return 1;
     stores()[m_path] = m_store;
-    std::erase_if(kept(), [&](const Kept& entry) { return entry.path == m_path; });
+    if (records) std::erase_if(kept(), [&](const Kept& entry) { return entry.path == m_path; });
     return 1;
 }
 
 int MemoryDb::Close() {
     end_writing();
+    m_recorder = false;
     m_store.reset();
     if (!m_path.empty() && !store_of(m_path)) stores().erase(m_path);
     return 0;
 }
 
-bool MemoryDb::left_open() { return m_store && !m_at_work; }
+bool MemoryDb::left_open() { return m_store && m_recorder && !m_at_work; }
 
 void MemoryDb::keep() {
     end_writing();
-    if (m_path.empty() || m_store.use_count() > 1) return;  // unnamed, or taken over already
+    if (m_path.empty() || m_store->writing()) return;  // unnamed, or taken over already
     kept().push_back({m_path, m_store});
     if (kept().size() > MAX_KEPT) give_up_oldest_kept();
 }
 
-void MemoryDb::begin_writing() { m_at_work = m_claimed.load(); }
+void MemoryDb::begin_writing() {
+    if (m_recorder && !m_claimed) m_claimed = m_store->claim();  // not the first thread
+    m_at_work = m_claimed.load();
+}
 
 // The recorder's place is free for another: who takes it takes over what was recorded.
 void MemoryDb::end_writing() {

@@ -82,6 +82,7 @@ class MemoryDb final : public StreamDb {
   private:
     std::string m_path;
     std::shared_ptr<MemoryStore> m_store;  // null when not open
+    bool m_recorder = false;               // opened for recording
     std::atomic<bool> m_claimed{false};    // holds the store's recorder's place
     std::atomic<bool> m_at_work{false};    // a recording thread is at work
 };

@@ -135,7 +135,8 @@ bool load(const char* path) {
     errno = 0;
     const char* why = read_profile_file(path, c.info, text);
     if (why) {
-        if (errno != ENOENT) sim::complain("environment file '%s' is not read: %s", path, why);
+        const bool missing = errno == ENOENT || errno == ENOTDIR;
+        if (!missing) sim::complain("environment file '%s' is not read: %s", path, why);
         return false;
     }
     c.path = path;

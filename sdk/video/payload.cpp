@@ -28,13 +28,6 @@ uint64_t mix(uint64_t x) {
     return x ^ (x >> 31);
 }
 
-uint64_t pattern_of(const FrameInfo& info, uint64_t seed) {
-    const uint64_t name = uint64_t{info.number} | uint64_t{info.channel} << 32 |
-                          uint64_t{info.stream} << 40 |
-                          uint64_t{static_cast<uint8_t>(info.kind)} << 48;
-    return mix(mix(seed) ^ name);
-}
-
 // Sum of position-weighted words, bytes past the last whole word one by one. Any changed byte
 // changes it.
 uint32_t checksum(const uint8_t* bytes, size_t size, uint64_t sum) {
@@ -69,8 +62,15 @@ void write_header(const FrameInfo& info, uint64_t pattern, uint8_t* out) {
 
 }  // namespace
 
+uint64_t frame_hash(const FrameInfo& info, uint64_t seed) {
+    const uint64_t name = uint64_t{info.number} | uint64_t{info.channel} << 32 |
+                          uint64_t{info.stream} << 40 |
+                          uint64_t{static_cast<uint8_t>(info.kind)} << 48;
+    return mix(mix(seed) ^ name);
+}
+
 void write_payload(const FrameInfo& info, uint64_t seed, uint8_t* out) {
-    const uint64_t pattern = pattern_of(info, seed);
+    const uint64_t pattern = frame_hash(info, seed);
     write_header(info, pattern, out);
     uint8_t word[8];
     for (unsigned b = 0; b < 8; ++b) word[b] = static_cast<uint8_t>(pattern >> (8 * b));

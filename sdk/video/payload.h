@@ -14,6 +14,9 @@ namespace sim {
 // bytes (32 bit); pattern word (64 bit); checksum of all bytes but its own (32 bit); 0 (32 bit).
 inline constexpr uint32_t PAYLOAD_HEADER_BYTES = 32;
 
+// A number that looks random, of the seed and the frame's stream, channel, number and kind.
+uint64_t frame_hash(const FrameInfo& info, uint64_t seed);
+
 // Writes info.bytes (at least PAYLOAD_HEADER_BYTES) at `out`.
 void write_payload(const FrameInfo& info, uint64_t seed, uint8_t* out);
 

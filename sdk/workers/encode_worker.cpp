@@ -52,11 +52,11 @@ void qm_encode_worker::work(void* codec, uint32_t stream_mask, iqm_db* db,
     store.begin_writing();
     board->attach(stream_mask, this);
     while (stop.load() == 0) {
-        write_waiting(store, stop);
-        if (stop.load() == 0) m_alarm.wait_until(sim::NEVER);
+        if (!write_oldest(store, stop)) m_alarm.wait_until(sim::NEVER);
     }
     board->detach(this);
-    write_waiting(store, stop);
+    while (write_oldest(store, stop)) {
+    }
     note_refusals();
     store.end_writing();
 }
@@ -100,23 +100,24 @@ void qm_encode_worker::count(const sim::FrameInfo& info) {
     sim::add_saturating(stat.period_bytes[ch], info.bytes);
     set(stat.last_frame[ch], info.number);
     if (!is_key(info.kind)) return;
-    if (m_key_seen[info.stream][ch])
-        set(stat.idr_distance[ch], info.number - m_key_number[info.stream][ch]);
-    m_key_number[info.stream][ch] = info.number;
-    m_key_seen[info.stream][ch] = true;
+    // The numbers of a channel that was switched on again start at 0.
+    uint32_t& last = m_key_number[info.stream][ch];
+    bool& seen = m_key_seen[info.stream][ch];
+    set(stat.idr_distance[ch], seen && info.number > last ? info.number - last : 0);
+    last = info.number;
+    seen = true;
 }
 
-// A group whose key frame is gone cannot be decoded: when the dropped group is its channel's newest,
-// the frames still to come go as well, until the next key frame.
+// A group whose key frame is gone cannot be decoded: when no other of its channel waits, the channel
+// has to go on with a key frame.
 void qm_encode_worker::drop_oldest_group() {
-    qm_dbframe* group = m_list.take_group();
+    bool more = false;
+    qm_dbframe* group = m_list.take_group(&more);
+    if (group && group->info.kind != sim::FrameKind::audio)
+        m_key_needed[group->info.stream][group->info.channel] = !more;
     while (group) {
         qm_dbframe* next = group->next;
-        const sim::FrameInfo& info = group->info;
-        if (info.kind != sim::FrameKind::audio)
-            m_key_needed[info.stream][info.channel] =
-                m_key_number[info.stream][info.channel] <= info.number;
-        m_waiting_bytes -= info.bytes;
+        m_waiting_bytes -= group->info.bytes;
         ++m_dropped;
         recycle(group);
         group = next;
@@ -134,16 +135,17 @@ bool qm_encode_worker::make_room(const sim::FrameInfo& info) {
     return !key_needed;
 }
 
-void qm_encode_worker::deliver(qm_dbframe* frame) {
+bool qm_encode_worker::deliver(qm_dbframe* frame) {
     count(frame->info);
     if (!make_room(frame->info)) {
         ++m_dropped;
         recycle(frame);
-        return;
+        return false;
     }
     m_waiting_bytes += frame->info.bytes;
     m_list.push(frame);
     m_batch = true;
+    return true;
 }
 
 void qm_encode_worker::end_of_batch() {
@@ -152,15 +154,16 @@ void qm_encode_worker::end_of_batch() {
     m_alarm.ring();
 }
 
-void qm_encode_worker::write_waiting(sim::StreamDb& db, const std::atomic<uint32_t>& stop) {
-    while (qm_dbframe* frame = m_list.pop()) {
-        pause_for_slow_disk(stop);
-        if (!db.append(*frame)) ++m_refused;
-        m_waiting_bytes -= frame->info.bytes;
-        recycle(frame);
-        note_drops(false);
-    }
-    note_drops(true);
+// False when nothing waits.
+bool qm_encode_worker::write_oldest(sim::StreamDb& db, const std::atomic<uint32_t>& stop) {
+    qm_dbframe* frame = m_list.pop();
+    note_drops(!frame);
+    if (!frame) return false;
+    pause_for_slow_disk(stop);
+    if (!db.append(*frame)) ++m_refused;
+    m_waiting_bytes -= frame->info.bytes;
+    recycle(frame);
+    return true;
 }
 
 // Rings meanwhile are no loss: the list is emptied and the stop looked for before the worker waits

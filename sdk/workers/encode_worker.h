@@ -25,13 +25,13 @@ class qm_encode_worker final : public sim::FrameSink {
 
   private:
     qm_dbframe* blank(size_t bytes) override;
-    void deliver(qm_dbframe* frame) override;
+    bool deliver(qm_dbframe* frame) override;
     void end_of_batch() override;
 
     void count(const sim::FrameInfo& info);
     bool make_room(const sim::FrameInfo& info);
     void drop_oldest_group();
-    void write_waiting(sim::StreamDb& db, const std::atomic<uint32_t>& stop);
+    bool write_oldest(sim::StreamDb& db, const std::atomic<uint32_t>& stop);
     void pause_for_slow_disk(const std::atomic<uint32_t>& stop);
     void recycle(qm_dbframe* frame);
     void note_drops(bool caught_up);

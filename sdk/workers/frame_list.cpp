@@ -38,15 +38,17 @@ qm_dbframe* qm_list<qm_dbframe>::pop() {
 }
 
 template <>
-qm_dbframe* qm_list<qm_dbframe>::take_group() {
+qm_dbframe* qm_list<qm_dbframe>::take_group(bool* more) {
     qm_lock lock(m_mutex);
+    *more = false;
     qm_dbframe* group = nullptr;
     qm_dbframe** group_end = &group;
     qm_dbframe* previous = nullptr;
     for (qm_dbframe *record = m_first, *next; record; record = next) {
         next = record->next;
         if (group && same_channel(record->info, group->info)) {
-            if (sim::is_key(record->info.kind)) break;
+            *more = sim::is_key(record->info.kind);
+            if (*more) break;
         } else if (group) {
             previous = record;
             continue;

@@ -15,8 +15,6 @@ constexpr int TOP_RUNG = 7;
 constexpr int NORMAL_RUNG = 3;
 constexpr int KEYS_ONLY_EIGHTHS = 64;  // from 8 times on
 
-constexpr int CHANNELS_PER_CHIP = QMCODEC_CHANNELS / QMCODEC_CHIPS;
-
 // Frames delivered before the thread looks at its requests again.
 constexpr int BATCH = 64;
 
@@ -39,7 +37,7 @@ void qm_playback_engine::ask(Change change) {
 void qm_playback_engine::set_state(int state) {
     ask([state](Request& r) {
         r.control.playing = state == PB_STATE_FORWARD;
-        r.forward = r.control.playing;
+        r.forward = r.forward || r.control.playing;
         if (state == PB_STATE_NEXT_FRAME && r.steps < INT32_MAX) ++r.steps;
     });
 }
@@ -55,7 +53,7 @@ void qm_playback_engine::change_speed(int direction, int step) {
 void qm_playback_engine::set_channels(unsigned long channels, unsigned long chips) {
     uint32_t mask = 0;
     for (int ch = 0; ch < QMCODEC_CHANNELS; ++ch)
-        if ((channels >> ch & 1) && (chips >> (ch / CHANNELS_PER_CHIP) & 1)) mask |= 1u << ch;
+        if ((channels >> ch & 1) && (chips >> (ch / QMCODEC_CHANNELS_PER_CHIP) & 1)) mask |= 1u << ch;
     ask([mask](Request& r) { r.control.channels = mask; });
 }
 
@@ -99,6 +97,7 @@ void qm_playback_engine::work(iqm_db* db, const std::atomic<uint32_t>& stop) {
         m_owner.idr_distance[ch] = 0;
         m_key_seen[ch] = false;
     }
+    m_owner.current_time = qm_time();
     m_control = Control{};
     m_steps = 0;
     while (stop.load() == 0) m_alarm.wait_until(run_once());
@@ -119,8 +118,8 @@ void qm_playback_engine::rewind() {
     m_at_end = false;
 }
 
-// A change of anything starts the timing anew, at the frame that is next. Forward playback asked for
-// at the end starts from the beginning.
+// Forward playback asked for at the end starts from the beginning. The moment of the recording that
+// playback has reached stays, whatever is changed.
 void qm_playback_engine::take_request() {
     Request request;
     {
@@ -132,12 +131,12 @@ void qm_playback_engine::take_request() {
     m_steps += request.steps;
     if (request.forward && m_at_end) rewind();
     if (request.control == m_control) return;
+    anchor_at(reached_us());
     const uint32_t switched_off = m_control.channels & ~request.control.channels;
     for (int ch = 0; ch < QMCODEC_CHANNELS; ++ch)
         if (has_bit(switched_off, ch)) m_key_needed[ch] = true;
     m_control = request.control;
     put_back();
-    m_anchored = false;
 }
 
 int64_t qm_playback_engine::run_once() {
@@ -149,6 +148,18 @@ int64_t qm_playback_engine::run_once() {
         return sim::now_us();
     }
     return m_control.playing ? play() : sim::NEVER;
+}
+
+// The recorded time that playback has reached; it stands still while paused.
+int64_t qm_playback_engine::reached_us() const {
+    if (!m_control.playing) return m_anchor_record_us;
+    const int64_t passed = sim::now_us() - m_anchor_us;
+    return m_anchor_record_us + passed * LADDER[m_control.rung] / LADDER[NORMAL_RUNG];
+}
+
+void qm_playback_engine::anchor_at(int64_t recorded_us) {
+    m_anchor_record_us = recorded_us;
+    m_anchor_us = sim::now_us();
 }
 
 int64_t qm_playback_engine::due_us() const {
@@ -169,13 +180,9 @@ int64_t qm_playback_engine::play() {
             }
         }
         m_db->watch(nullptr);
-        const int64_t now = sim::now_us();
-        if (!m_anchored) {
-            m_anchor_record_us = m_ahead.info.time_us;
-            m_anchor_us = now;
-            m_anchored = true;
-        }
-        if (due_us() > now) return due_us();
+        if (!m_anchored) anchor_at(m_ahead.info.time_us);
+        m_anchored = true;
+        if (due_us() > sim::now_us()) return due_us();
         m_owner.frame_list.pop();
         m_is_ahead = false;
         deliver(m_ahead, m_ahead_number);
@@ -223,36 +230,51 @@ void qm_playback_engine::put_back() {
     m_scan = m_ahead_number;
 }
 
+// A frame of the streams that are played, not delivered yet.
+bool qm_playback_engine::plays(const sim::FrameInfo& info, uint64_t number) const {
+    return info.stream <= DEC_STREAM_DUAL && number >= m_next[info.channel];
+}
+
+bool qm_playback_engine::decodable(const sim::FrameInfo& info) const {
+    const bool keys_only = LADDER[m_control.rung] >= KEYS_ONLY_EIGHTHS;
+    return is_key(info.kind) || (!m_key_needed[info.channel] && !keys_only);
+}
+
 bool qm_playback_engine::wanted(const sim::FrameInfo& info, uint64_t number) {
     const int ch = info.channel;
     if (info.kind == sim::FrameKind::audio)
         return m_control.audio && m_control.rung == NORMAL_RUNG && ch == m_control.audio_channel;
-    if (info.stream > DEC_STREAM_DUAL || number < m_next[ch]) return false;
-    const bool on = has_bit(m_control.channels, ch);
-    const bool keys_only = LADDER[m_control.rung] >= KEYS_ONLY_EIGHTHS;
-    const bool decodable = is_key(info.kind) || (!m_key_needed[ch] && !keys_only);
-    if (on && decodable) return true;
+    if (!plays(info, number)) return false;
+    if (has_bit(m_control.channels, ch) && decodable(info)) return true;
     m_key_needed[ch] = true;  // a frame is passed over
     return false;
 }
 
-// The next frame of every channel that is on, each from where that channel stands.
+// The next frame of every channel that is on, each from where that channel stands. Playback goes on
+// behind the one that is furthest back.
 void qm_playback_engine::step() {
     put_back();
     skip_what_the_ring_dropped();
     uint32_t missing = m_control.channels;
+    uint64_t furthest_back = m_db->end();
+    int64_t latest_us = 0;
     sim::FrameInfo info;
-    qm_dbframe frame;
     for (uint64_t n = m_scan; missing != 0 && n < m_db->end(); ++n) {
         if (!m_db->info(n, info) || info.kind == sim::FrameKind::audio) continue;
         const int ch = info.channel;
-        if (!has_bit(missing, ch) || info.stream > DEC_STREAM_DUAL || n < m_next[ch]) continue;
-        if (m_key_needed[ch] && !is_key(info.kind)) continue;
-        if (!m_db->read(n, frame)) continue;
-        deliver(frame, n);
+        if (!has_bit(missing, ch) || !plays(info, n) || !decodable(info)) continue;
+        if (!m_db->read(n, m_ahead)) continue;
+        deliver(m_ahead, n);
         missing &= ~(1u << ch);
+        furthest_back = std::min(furthest_back, n + 1);
+        latest_us = std::max(latest_us, info.time_us);
     }
-    m_anchored = false;
+    if (missing == m_control.channels) return;  // nothing is left to give
+    for (int ch = 0; ch < QMCODEC_CHANNELS; ++ch)
+        if (!has_bit(m_control.channels, ch)) m_key_needed[ch] = true;
+    m_scan = std::max(m_scan, furthest_back);
+    anchor_at(latest_us);
+    m_anchored = true;
 }
 
 void qm_playback_engine::deliver(const qm_dbframe& frame, uint64_t number) {
@@ -269,8 +291,9 @@ void qm_playback_engine::deliver(const qm_dbframe& frame, uint64_t number) {
     sim::add_saturating(m_period_bytes[ch], info.bytes);
     m_owner.current_time = qm_time(info.time_us / 1000);
     if (!is_key(info.kind)) return;
-    if (m_key_seen[ch] && info.number > m_key_number[ch])
-        m_owner.idr_distance[ch] = static_cast<int32_t>(info.number - m_key_number[ch]);
+    // The numbers of a channel that was switched on again start at 0.
+    const bool follows = m_key_seen[ch] && info.number > m_key_number[ch];
+    m_owner.idr_distance[ch] = follows ? static_cast<int32_t>(info.number - m_key_number[ch]) : 0;
     m_key_number[ch] = info.number;
     m_key_seen[ch] = true;
     m_key_needed[ch] = false;

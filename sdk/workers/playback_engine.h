@@ -57,9 +57,13 @@ class qm_playback_engine {
     void skip_what_the_ring_dropped();
     bool fetch_ahead();
     void put_back();
+    bool plays(const sim::FrameInfo& info, uint64_t number) const;
+    bool decodable(const sim::FrameInfo& info) const;
     bool wanted(const sim::FrameInfo& info, uint64_t number);
     void deliver(const qm_dbframe& frame, uint64_t number);
     void stop_at_end();
+    int64_t reached_us() const;
+    void anchor_at(int64_t recorded_us);
     int64_t due_us() const;
 
     qm_thread_decode& m_owner;
@@ -78,9 +82,9 @@ class qm_playback_engine {
     bool m_key_needed[QMCODEC_CHANNELS] = {};
     uint32_t m_key_number[QMCODEC_CHANNELS] = {};  // of the last key frame delivered
     bool m_key_seen[QMCODEC_CHANNELS] = {};
-    bool m_anchored = false;      // recorded time m_anchor_record_us plays at m_anchor_us
-    int64_t m_anchor_record_us = 0;
-    int64_t m_anchor_us = 0;
+    bool m_anchored = false;  // else the next frame plays at once
+    int64_t m_anchor_record_us = 0;  // this recorded time plays ...
+    int64_t m_anchor_us = 0;         // ... at this board time
     bool m_is_ahead = false;      // m_ahead holds record m_ahead_number, in the owner's frame list
     uint64_t m_ahead_number = 0;
     qm_dbframe m_ahead;

@@ -47,7 +47,8 @@ TEST_F(Board, RecordsEachChannelAtItsRateExactly) {
     const auto frames = records_of(db, 0, 5);
     ASSERT_EQ(frames.size(), 420u);
     for (size_t n = 0; n < frames.size(); ++n)
-        EXPECT_EQ(frames[n].time_us, frames[0].time_us + static_cast<int64_t>(n) * SECOND_US / 7);
+        EXPECT_NEAR(static_cast<double>(frames[n].time_us - frames[0].time_us),
+                    static_cast<double>(n) * SECOND_US / 7, 1);
     thread.DestroyThread();
 }
 
@@ -94,6 +95,104 @@ TEST_F(Board, MeasuresTheDistanceOfKeyFrames) {
     EXPECT_EQ(thread.stat[0].idr_distance[0], 12);
     EXPECT_EQ(thread.stat[0].idr_distance[1], 0);
     thread.DestroyThread();
+}
+
+TEST_F(Board, HasNoKeyFrameDistanceAcrossASwitch) {
+    iqm_db* db = open_memory_db("main.ini");
+    qm_thread_encode thread;
+    start(thread, db);
+    switch_on(0, 0, 30, 30);
+    step_seconds(13);
+    EXPECT_EQ(thread.stat[0].idr_distance[0], 30);
+    encoder->SetChannelEnable(0, 0, 0);
+    encoder->SetChannelEnable(0, 0, 1);
+    sim::step_clock(500'000);
+    EXPECT_EQ(thread.stat[0].idr_distance[0], 0);
+    step_seconds(1);
+    EXPECT_EQ(thread.stat[0].idr_distance[0], 30);
+    thread.DestroyThread();
+}
+
+TEST_F(Board, MakesTheSameFramesWheneverAThreadBeginsToCollect) {
+    std::vector<FrameInfo> runs[2];
+    for (int run = 0; run < 2; ++run) {
+        iqm_db* db = open_memory_db("");
+        qm_thread_encode thread;
+        encoder->SetBitrateType(0, 0, 1);
+        switch_on(0, 0, 30, 10);
+        sim::step_clock(run * 300'000);
+        start(thread, db);
+        step_seconds(3);
+        runs[run] = records_of(db, 0, 0);
+        encoder->SetChannelEnable(0, 0, 0);
+        thread.DestroyThread();
+        db->Close();
+        qm_db_destroy(&db);
+    }
+    ASSERT_EQ(runs[1][0].number, 9u);
+    EXPECT_EQ(runs[1][0].kind, FrameKind::idr);  // the first collected is one out of turn
+    for (size_t i = 1; i < 60; ++i) {
+        EXPECT_EQ(runs[1][i].number, runs[0][i + 9].number);
+        EXPECT_EQ(runs[1][i].kind, runs[0][i + 9].kind);
+        EXPECT_EQ(runs[1][i].bytes, runs[0][i + 9].bytes);
+    }
+}
+
+TEST_F(Board, HasTheFramesOfOneRateAtTheSameMoments) {
+    iqm_db* db = open_memory_db("main.ini", 512, 100'000);
+    qm_thread_encode thread;
+    start(thread, db);
+    for (int ch = 0; ch < 16; ++ch) {
+        switch_on(0, ch, 30, 30);
+        sim::step_clock(70'000);
+    }
+    step_seconds(2);
+    std::set<int64_t> moments;
+    for (const FrameInfo& info : records_of(db))
+        if (info.time_us >= START_US + 2 * SECOND_US && info.time_us < START_US + 3 * SECOND_US)
+            moments.insert(info.time_us);
+    EXPECT_EQ(moments.size(), 30u);
+    thread.DestroyThread();
+}
+
+TEST_F(Board, CountsNoFramesAsLateThatAChannelWithoutAChipWouldHaveGiven) {
+    system->SetChipEnableMask(0);
+    switch_on(0, 0, 30, 30);
+    step_seconds(10);
+    system->SetChipEnableMask(15);
+    step_seconds(1);
+    EXPECT_EQ(sim::board_report(codec).late, 0u);
+    EXPECT_EQ(sim::board_report(codec).uncollected, 31u);  // one is due at that very moment
+}
+
+TEST_F(Board, GoesOnRecordingAfterASlowDiskAlsoWithoutAKeyFrameInterval) {
+    testing::internal::CaptureStderr();
+    sim::control("slow_disk_ms=1000");
+    iqm_db* db = open_memory_db("main.ini", 512, 100'000);
+    qm_thread_encode thread;
+    start(thread, db);
+    for (int ch = 0; ch < 16; ++ch) switch_on(0, ch, 30, 0);
+    step_seconds(20);
+    sim::control("slow_disk_ms=0");
+    step_seconds(2);
+    const uint64_t before = sim::database_report(db).end;
+    step_seconds(10);
+    EXPECT_EQ(sim::database_report(db).end - before, 10u * 16 * 30);
+    thread.DestroyThread();
+    EXPECT_NE(testing::internal::GetCapturedStderr(), "");
+}
+
+TEST_F(Board, RecordsWithASecondThreadOnTheSameOpenDatabase) {
+    iqm_db* db = open_memory_db("main.ini");
+    qm_thread_encode first, second;
+    switch_on(0, 0, 30, 30);
+    start(first, db);
+    step_seconds(1);
+    first.DestroyThread();
+    start(second, db);
+    step_seconds(1);
+    second.DestroyThread();
+    EXPECT_EQ(sim::database_report(db).end, 60u);
 }
 
 TEST_F(Board, GivesNoFramesOnAChipThatTheMaskLeavesOut) {

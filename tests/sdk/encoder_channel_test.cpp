@@ -13,13 +13,16 @@ using sim::FrameKind;
 
 constexpr int64_t FIRST_US = 1'000'000'000;
 
+// A moment that many microseconds after the first frame.
+sim::Tick after(int64_t us) { return {FIRST_US + us}; }
+
 EncoderChannel channel_of(uint8_t stream, uint32_t rate, uint32_t idr) {
     EncoderChannel channel;
     channel.place(stream, 5);
     channel.set_format(false);
-    channel.set_frame_rate(rate, 0, FIRST_US);
+    channel.set_frame_rate(rate, 0, after(0));
     channel.set_idr_interval(idr);
-    channel.switch_on(FIRST_US);
+    channel.switch_on(after(0));
     return channel;
 }
 
@@ -31,14 +34,14 @@ std::vector<FrameInfo> frames_of(EncoderChannel& channel, int count) {
 
 TEST(Ticker, IsExactOverAnyTime) {
     sim::Ticker ticker;
-    ticker.start(FIRST_US, 7);
+    ticker.start(after(0), 7);
     for (int i = 0; i < 7'000'000; ++i) ticker.advance();
     EXPECT_EQ(ticker.due_us(), FIRST_US + int64_t{1'000'000} * 1'000'000);
 }
 
 TEST(Ticker, PassesOverWhatIsDueBeforeATime) {
     sim::Ticker ticker;
-    ticker.start(FIRST_US, 30);
+    ticker.start(after(0), 30);
     EXPECT_EQ(ticker.advance_to(FIRST_US), 0u);
     EXPECT_EQ(ticker.advance_to(FIRST_US + 1'000'000), 30u);
     EXPECT_EQ(ticker.due_us(), FIRST_US + 1'000'000);
@@ -46,9 +49,33 @@ TEST(Ticker, PassesOverWhatIsDueBeforeATime) {
     EXPECT_EQ(ticker.due_us(), FIRST_US + 1'033'333);
 }
 
+TEST(Ticker, MeetsTheOtherChannelsOfItsRateFromWhicheverTickItStarts) {
+    sim::Ticker early, late;
+    early.start({FIRST_US, 0, 30}, 30);
+    late.start({FIRST_US, 17, 30}, 30);
+    early.advance_to(late.due_us());
+    for (int i = 0; i < 1000; ++i) {
+        ASSERT_EQ(early.due_us(), late.due_us());
+        early.advance();
+        late.advance();
+    }
+}
+
+TEST(Ticker, PassesOverFromATickToo) {
+    for (int64_t us = 0; us < 2'000'000; us += 777) {
+        sim::Ticker jumped, walked;
+        jumped.start({FIRST_US, 5, 30}, 7);
+        walked.start({FIRST_US, 5, 30}, 7);
+        uint32_t passed = 0;
+        for (; walked.due_us() < FIRST_US + us; walked.advance()) ++passed;
+        ASSERT_EQ(jumped.advance_to(FIRST_US + us), passed) << us;
+        ASSERT_EQ(jumped.due_us(), walked.due_us()) << us;
+    }
+}
+
 TEST(Ticker, NeverComesAtRateZero) {
     sim::Ticker ticker;
-    ticker.start(FIRST_US, 0);
+    ticker.start(after(0), 0);
     EXPECT_EQ(ticker.due_us(), sim::NEVER);
     EXPECT_EQ(ticker.advance_to(FIRST_US + 1), 0u);
 }
@@ -92,31 +119,31 @@ TEST(EncoderChannel, HoldsTheFormatsFrameRateLimit) {
     EXPECT_EQ(frames_of(ntsc, 31)[30].time_us, FIRST_US + 1'000'000);
     EncoderChannel pal;
     pal.set_format(true);
-    pal.set_frame_rate(4'294'967'291u, 0, FIRST_US);
-    pal.switch_on(FIRST_US);
+    pal.set_frame_rate(4'294'967'291u, 0, after(0));
+    pal.switch_on(after(0));
     EXPECT_EQ(frames_of(pal, 26)[25].time_us, FIRST_US + 1'000'000);
 }
 
 TEST(EncoderChannel, GivesNoFramesAtRateZeroAndStartsAgainAtTheNextTick) {
     EncoderChannel channel = channel_of(0, 10, 0);
     frames_of(channel, 2);
-    channel.set_frame_rate(0, FIRST_US + 150'000, FIRST_US + 166'666);
+    channel.set_frame_rate(0, FIRST_US + 150'000, after(166'666));
     EXPECT_EQ(channel.due_us(), sim::NEVER);
-    channel.set_frame_rate(5, FIRST_US + 10'000'000, FIRST_US + 10'033'333);
+    channel.set_frame_rate(5, FIRST_US + 10'000'000, after(10'033'333));
     EXPECT_EQ(channel.due_us(), FIRST_US + 10'033'333);
 }
 
 TEST(EncoderChannel, TakesANewFrameRateFromItsLastFrame) {
     EncoderChannel channel = channel_of(0, 10, 0);
     frames_of(channel, 3);  // the last was due at 200 ms
-    channel.set_frame_rate(4, FIRST_US + 210'000, FIRST_US + 233'333);
+    channel.set_frame_rate(4, FIRST_US + 210'000, after(233'333));
     EXPECT_EQ(channel.due_us(), FIRST_US + 450'000);
 }
 
 TEST(EncoderChannel, DoesNotBunchFramesWhenTheRateGoesUp) {
     EncoderChannel channel = channel_of(0, 1, 0);
     channel.encode();  // due at 0 ms, the next would be at 1000 ms
-    channel.set_frame_rate(30, FIRST_US + 900'000, FIRST_US + 933'333);
+    channel.set_frame_rate(30, FIRST_US + 900'000, after(933'333));
     EXPECT_EQ(channel.due_us(), FIRST_US + 933'333);
 }
 
@@ -170,14 +197,41 @@ TEST(EncoderChannel, LosesTheFrameAndStillHasItsKeyFrame) {
     EXPECT_EQ(first.kind, FrameKind::idr);
 }
 
+TEST(EncoderChannel, MovesNoKeyFrameForOneOutOfTurn) {
+    EncoderChannel channel = channel_of(0, 30, 10);
+    frames_of(channel, 13);
+    channel.force_key();
+    EXPECT_EQ(channel.encode().kind, FrameKind::idr);  // number 13
+    for (const FrameInfo& frame : frames_of(channel, 16))
+        EXPECT_EQ(frame.kind, frame.number == 20 ? FrameKind::idr : FrameKind::p) << frame.number;
+}
+
+TEST(EncoderChannel, GoesOnWithAKeyFrameAfterFramesThatWereLate) {
+    EncoderChannel channel = channel_of(0, 10, 0);
+    frames_of(channel, 3);
+    EXPECT_EQ(channel.lose_until(FIRST_US + 1'000'000), 7u);
+    const FrameInfo frame = channel.encode();
+    EXPECT_EQ(frame.number, 10u);
+    EXPECT_EQ(frame.kind, FrameKind::idr);
+}
+
+TEST(EncoderChannel, RemembersTheRateItWasAskedForWhenTheFormatChanges) {
+    EncoderChannel channel;
+    channel.set_format(true);
+    channel.set_frame_rate(30, 0, after(0));
+    channel.set_format(false);
+    channel.switch_on(after(0));
+    EXPECT_EQ(frames_of(channel, 31)[30].time_us, FIRST_US + 1'000'000);
+}
+
 TEST(EncoderChannel, StartsOverWhenSwitchedOnAgain) {
     EncoderChannel channel = channel_of(0, 10, 0);
     frames_of(channel, 5);
-    channel.switch_on(FIRST_US + 1);  // already on: nothing happens
+    channel.switch_on(after(1));  // already on: nothing happens
     EXPECT_EQ(channel.names().number, 5u);
     channel.switch_off();
     EXPECT_EQ(channel.due_us(), sim::NEVER);
-    channel.switch_on(FIRST_US + 2'000'000);
+    channel.switch_on(after(2'000'000));
     const FrameInfo frame = channel.encode();
     EXPECT_EQ(frame.number, 0u);
     EXPECT_EQ(frame.kind, FrameKind::idr);

@@ -47,12 +47,16 @@ TEST(FrameList, TakesTheOldestGroupOutFromBetweenTheOthers) {
     qm_dbframe frames[] = {frame(IDR, 0, 1), frame(IDR, 1, 2), frame(P, 0, 3),  frame(AUDIO, 0, 4),
                            frame(P, 1, 5),   frame(P, 0, 6),   frame(IDR, 0, 7), frame(P, 0, 8)};
     for (auto& f : frames) list.push(&f);
-    EXPECT_EQ(numbers_of(list.take_group()), (std::vector<uint32_t>{1, 3, 6}));
+    bool more = false;
+    EXPECT_EQ(numbers_of(list.take_group(&more)), (std::vector<uint32_t>{1, 3, 6}));
+    EXPECT_TRUE(more);
     EXPECT_EQ(list.count(), 5);
-    EXPECT_EQ(numbers_of(list.take_group()), (std::vector<uint32_t>{2, 5}));
-    EXPECT_EQ(numbers_of(list.take_group()), (std::vector<uint32_t>{4}));
-    EXPECT_EQ(numbers_of(list.take_group()), (std::vector<uint32_t>{7, 8}));
-    EXPECT_EQ(list.take_group(), nullptr);
+    EXPECT_EQ(numbers_of(list.take_group(&more)), (std::vector<uint32_t>{2, 5}));
+    EXPECT_FALSE(more);
+    EXPECT_EQ(numbers_of(list.take_group(&more)), (std::vector<uint32_t>{4}));
+    EXPECT_EQ(numbers_of(list.take_group(&more)), (std::vector<uint32_t>{7, 8}));
+    EXPECT_FALSE(more);
+    EXPECT_EQ(list.take_group(&more), nullptr);
     EXPECT_EQ(list.count(), 0);
     list.push(&frames[0]);  // the end was kept right
     EXPECT_EQ(list.pop(), &frames[0]);

@@ -154,6 +154,8 @@ TEST_F(MemoryDb, FreesTheRecordersPlaceWhenItsThreadEndsOrItIsClosed) {
     first->append(frame_of(32));
     first->end_writing();
     EXPECT_FALSE(first->append(frame_of(32)));
+    sim::StreamDb* reader = create();
+    ASSERT_TRUE(open(reader, "a", 0));
     ASSERT_TRUE(open(second, "a"));
     EXPECT_EQ(second->end(), 1u);
     second->Close();

@@ -118,9 +118,95 @@ TEST_F(Playback, PausesAndGoesOnWhereItWas) {
     step_seconds(10);
     EXPECT_EQ(total(0), before);
     ask(PB_STATE_FORWARD);
+    EXPECT_EQ(total(0), before);
+    sim::step_clock(100'000);
     EXPECT_EQ(total(0), before + 1);
     step_seconds(10);
     EXPECT_EQ(total(0), 40);
+}
+
+TEST_F(Playback, KeepsItsPlaceInTimeWhateverIsAskedMeanwhile) {
+    switch_on(0, 0, 1, 0);
+    record_seconds(30);
+    start_player();
+    ask(PB_STATE_FORWARD);
+    EXPECT_EQ(total(0), 1);
+    for (int i = 0; i < 20; ++i) {
+        player.EnablePBAudio(i % 2);
+        sim::step_clock(0);
+        player.SetPBChannelEnableMask(i % 2 ? 0xFFFF : 0x0001, 15);
+        sim::step_clock(0);
+        player.SpeedControl(1, 1);
+        sim::step_clock(0);
+        player.SpeedControl(0, 1);
+        sim::step_clock(0);
+        ask(PB_STATE_PAUSE);
+        ask(PB_STATE_FORWARD);
+    }
+    EXPECT_EQ(total(0), 1);
+    sim::step_clock(500'000);
+    player.SpeedControl(1, 1);  // half of the second has passed, the other half takes a quarter
+    sim::step_clock(240'000);
+    EXPECT_EQ(total(0), 1);
+    sim::step_clock(20'000);
+    EXPECT_EQ(total(0), 2);
+}
+
+TEST_F(Playback, GoesOnBehindTheStepsOfNextFrame) {
+    switch_on(0, 0, 30, 10);
+    switch_on(0, 1, 30, 10);
+    audio->SetAudioChannelEnable(0, 1);
+    record_seconds(4);
+    start_player(0b01);
+    player.EnablePBAudio(1);
+    for (int i = 0; i < 60; ++i) ask(PB_STATE_NEXT_FRAME);
+    EXPECT_EQ(total(0), 60);
+    player.SetPBChannelEnableMask(0b11, 15);
+    const int64_t reached = player.current_time.Seconds();
+    ask(PB_STATE_NEXT_FRAME);
+    EXPECT_EQ(total(1), 1);
+    EXPECT_GE(player.current_time.Seconds(), reached);
+    ask(PB_STATE_FORWARD);
+    step_seconds(5);
+    EXPECT_EQ(total(0), 120);
+    EXPECT_EQ(total(1), 60);  // from the key frame 60 on
+    EXPECT_LE(sim::playback_report(player).audio_frames, 51u);  // none of the first 2 seconds
+}
+
+TEST_F(Playback, GivesKeyFramesOnlyOnNextFrameFromEightTimesOn) {
+    switch_on(0, 0, 30, 10);
+    record_seconds(4);
+    start_player();
+    player.SpeedControl(1, 3);
+    for (int i = 0; i < 3; ++i) ask(PB_STATE_NEXT_FRAME);
+    EXPECT_EQ(total(0), 3);
+    EXPECT_EQ(player.idr_distance[0], 10);
+}
+
+TEST_F(Playback, LosesNoForwardRequestAtTheEnd) {
+    switch_on(0, 0, 10, 5);
+    record_seconds(2);
+    start_player();
+    ask(PB_STATE_FORWARD);
+    step_seconds(3);
+    ASSERT_EQ(total(0), 20);
+    player.SetPBState(PB_STATE_FORWARD);
+    player.SetPBState(PB_STATE_NEXT_FRAME);
+    sim::step_clock(0);
+    EXPECT_GE(total(0), 21);
+    EXPECT_EQ(state(), PB_STATE_PAUSE);
+}
+
+TEST_F(Playback, ForgetsTheTimeWhenItStartsWithoutADatabase) {
+    switch_on(0, 0, 10, 5);
+    record_seconds(1);
+    start_player();
+    ask(PB_STATE_NEXT_FRAME);
+    ASSERT_NE(player.current_time.Seconds(), 0);
+    player.DestroyThread();
+    start(player, nullptr);
+    sim::step_clock(0);
+    EXPECT_EQ(player.current_time.Seconds(), 0);
 }
 
 TEST_F(Playback, AnyOtherStatePauses) {
@@ -219,8 +305,10 @@ TEST_F(Playback, GoesOnWithAKeyFrameAfterKeyFramesOnly) {
     sim::step_clock(300'000);  // 2.4 recorded seconds: key frames 0, 30, 60; 90 is next
     EXPECT_EQ(total(0), 3);
     player.SpeedControl(0, 3);
-    sim::step_clock(0);
-    EXPECT_EQ(total(0), 4);  // the key frame 90, not one of those between
+    sim::step_clock(590'000);
+    EXPECT_EQ(total(0), 3);  // none of those between
+    sim::step_clock(20'000);
+    EXPECT_EQ(total(0), 4);  // the key frame 90, at 3.0 seconds
     step_seconds(10);
     EXPECT_EQ(total(0), 3 + 240 - 90);
 }

@@ -46,18 +46,17 @@ TEST(ConstantQuantiser, NeverGrowsWithTheQuantiser) {
 
 // 20 seconds of one channel's frame sizes.
 std::vector<uint32_t> sizes_of(uint32_t bitrate, uint32_t rate, uint32_t group) {
-    sim::ConstantBitRate control;
-    control.start(bitrate, rate, group);
+    const sim::ConstantBitRate control(bitrate, rate, group);
     std::vector<uint32_t> sizes;
     for (uint32_t n = 0; n < 20 * rate; ++n)
-        sizes.push_back(control.next_bytes(group == 0 ? n == 0 : n % group == 0));
+        sizes.push_back(control.bytes(n, group == 0 ? n == 0 : n % group == 0));
     return sizes;
 }
 
 TEST(ConstantBitRate, HoldsWithinOnePerCentOverEveryTwoSeconds) {
     for (const uint32_t bitrate : {64'000u, 512'000u, 2'048'000u, 8'000'000u, 50'000'000u})
         for (const uint32_t rate : {1u, 2u, 3u, 7u, 12u, 15u, 25u, 29u, 30u})
-            for (const uint32_t group : {0u, 1u, 2u, 3u, 7u, 15u, 25u, 29u, 30u, 50u, 60u, 250u}) {
+            for (const uint32_t group : {0u, 1u, 2u, 3u, 7u, 15u, 25u, 29u, 30u, 50u, 60u, 250u, 5000u}) {
                 const std::vector<uint32_t> sizes = sizes_of(bitrate, rate, group);
                 const double wanted = bitrate / 8.0 * 2;
                 for (size_t at = 0; at + 2 * rate <= sizes.size(); ++at) {
@@ -78,6 +77,31 @@ TEST(ConstantBitRate, MakesKeyFramesLargerThanTheOthers) {
                 ASSERT_TRUE(n % group == 0 || sizes[0] > sizes[n])
                     << rate << " frames/s, group " << group << ", frame " << n;
         }
+}
+
+TEST(ConstantBitRate, HoldsWithOneKeyFrameOutOfTurnInEverySpan) {
+    for (const uint32_t rate : {7u, 15u, 30u})
+        for (const uint32_t group : {0u, 7u, 30u, 45u}) {
+            const sim::ConstantBitRate control(2'048'000, rate, group);
+            for (uint32_t at = 0; at < 10 * rate; ++at) {
+                double sum = 0;
+                for (uint32_t n = at; n < at + 2 * rate; ++n) {
+                    const bool in_turn = group == 0 ? n == 0 : n % group == 0;
+                    sum += control.bytes(n, in_turn || n == at + rate);
+                }
+                ASSERT_NEAR(sum, 512'000, 5'120) << rate << " frames/s, group " << group;
+            }
+        }
+}
+
+TEST(ConstantBitRate, GivesAFrameTheSameBytesAfterAnyTime) {
+    const sim::ConstantBitRate control(2'048'001, 30, 30);
+    const uint32_t period = 30 * 8 * 30;  // frames after which the rounding repeats
+    for (uint32_t n = 0; n < 1000; ++n) {
+        const bool key = n % 30 == 0;
+        const uint32_t late = n + period * 500'000;
+        ASSERT_EQ(control.bytes(n, key), control.bytes(late, key)) << n;
+    }
 }
 
 TEST(ConstantBitRate, LosesNoByteOverAnyTime) {

@@ -300,6 +300,17 @@ TEST(LineEditor, AppendsCharactersToAShortLineThatWasRecalledAfterALongOne) {
     });
 }
 
+// The held text is measured up to its terminator: what is typed over that of a short recalled line
+// joins the tail of the long line before it.
+TEST(LineEditor, ErasesTheTailOfALongLineThatWasTypedInto) {
+    in_fresh_process([] {
+        enter({"xy"});
+        const Line line = read_line("abcdefgh" + BACK + "z" + BACK + "\n");
+        EXPECT_EQ(line.output, replaced("abcdefgh", "xy") + replaced("xyzdefgh", "xy"));
+        EXPECT_EQ(line.text, "xy");
+    });
+}
+
 TEST(LineEditor, BackAndEnterGivesTheNewestLineAgain) {
     in_fresh_process([] {
         EXPECT_EQ(read_lines("main\nstatus\n" + BACK + "\n"),

@@ -319,7 +319,7 @@ T* qm_list<T>::pop() {
 
 // Every frame of the fake is a key frame.
 template <class T>
-T* qm_list<T>::take_group() {
+T* qm_list<T>::take_group(bool*) {
     return pop();
 }
 
