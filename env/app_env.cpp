@@ -92,12 +92,9 @@ void CAppEnv::Default() {
 
 int CAppEnv::IsAvailableStream(int stream) {
     switch (stream) {
-        case QMCODEC_STREAM_PREVIEW:
-            return board_type == 2 || board_type == 6;
+        case QMCODEC_STREAM_PREVIEW: return board_type == 2 || board_type == 6;
         case QMCODEC_STREAM_3RD:
-        case QMCODEC_STREAM_4TH:
-            return board_type == 6;
-        default:
-            return 1;
+        case QMCODEC_STREAM_4TH: return board_type == 6;
+        default: return 1;
     }
 }

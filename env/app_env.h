@@ -50,7 +50,7 @@ class CAppEnv {
 
     // Loads the built-in configuration.
     void Default();
-    // Loads an environment file. Returns 0 when it does not exist (nothing is changed), 1 otherwise.
+    // Loads an environment file. Returns 0 when there is none (nothing is changed), 1 otherwise.
     uint32_t LoadEnv(std::string file);
     // Prints the record.
     void PrintEnv();
@@ -59,17 +59,17 @@ class CAppEnv {
     // Parses one channel line of the environment file into `unit`. Returns 1.
     uint32_t _GetStreamSetupValue(tagVEncChannelUnit* unit, char* line);
 
-    uint32_t board_type;    // 2 and 6 carry a preview stream, 6 also the third and fourth
-    uint32_t sub_ev_type;   // board sub-variant
-    uint32_t video_format;  // 0 NTSC, 1 PAL
-    uint32_t field_type;    // field or frame mode code
+    uint32_t board_type;          // 2 and 6 carry a preview stream, 6 also the third and fourth
+    uint32_t sub_ev_type;         // board sub-variant
+    uint32_t video_format;        // 0 NTSC, 1 PAL
+    uint32_t field_type;          // field or frame mode code
     uint32_t main_database_type;  // DB_TYPE of each recording group
     uint32_t dual_database_type;
     uint32_t jpeg_database_type;
     tagVEncChannelUnit venc[QMCODEC_STREAMS][QMCODEC_CHANNELS];
     uint8_t audio_enable[QMCODEC_CHANNELS];  // 1 enabled, 0 disabled
-    QMAVCodec* codec;     // non-null exactly while a session is open; MAIN creates and destroys it
-    uint32_t chip_mask;   // bit n enables chip n
+    QMAVCodec* codec;    // non-null exactly while a session is open; MAIN creates and destroys it
+    uint32_t chip_mask;  // bit n enables chip n
     std::string main_stream_db;  // database ini file of each recording group
     std::string dual_stream_db;
     std::string jpeg_stream_db;

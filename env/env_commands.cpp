@@ -36,7 +36,8 @@ void env_change_help() {
     puts("*                             6 (bitrate)");
     puts("*                                  [value] : constant");
     puts("*                             7 (res)");
-    puts("*                                  [value] : 0 (QCIF), 1 (CIF), 2 (Half D1), 3 (D1), 4 (HD)");
+    puts(
+        "*                                  [value] : 0 (QCIF), 1 (CIF), 2 (Half D1), 3 (D1), 4 (HD)");
     puts("*                             8 (qp)");
     puts("*                                  [value] : ~ 51");
     puts("====================================================");
@@ -69,17 +70,13 @@ void change_property(CAppEnv& env, int stream, int ch, unsigned property, const 
             unit.enable = static_cast<uint8_t>(value);
             if (encoder) encoder->SetChannelEnable(stream, ch, unit.enable);
             break;
-        case 1:
-            unit.enable_motion_data = static_cast<uint8_t>(value);
-            break;
+        case 1: unit.enable_motion_data = static_cast<uint8_t>(value); break;
         case 3:
             // Kept: PAL counts modulo 25, so 25 is stored as 0.
             unit.framerate = static_cast<uint32_t>(value % (env.video_format == 0 ? 31 : 25));
             if (encoder) encoder->SetFrameRate(stream, ch, unit.framerate);
             break;
-        case 4:
-            store_idr(unit, number);
-            break;
+        case 4: store_idr(unit, number); break;
         case 5:
             unit.bitratetype = number;
             if (encoder) encoder->SetBitrateType(stream, ch, unit.bitratetype);
@@ -94,9 +91,7 @@ void change_property(CAppEnv& env, int stream, int ch, unsigned property, const 
             // Kept: setting the resolution sets the quantiser to the same number as well.
             change_qp(unit, stream, ch, value, encoder);
             break;
-        case 8:
-            change_qp(unit, stream, ch, value, encoder);
-            break;
+        case 8: change_qp(unit, stream, ch, value, encoder); break;
         default:  // 2, the codec type, cannot be changed
             printf("property err : %d %s\n", static_cast<int>(property), text);
             break;
@@ -133,8 +128,9 @@ void change_video_encode(CAppEnv& env, int argc, char** argv, QMVideoEncoder* en
 
 void print_stream(const char* title, const tagVEncChannelUnit (&units)[QMCODEC_CHANNELS]) {
     puts(title);
-    puts(" == [enable] [codectype] [framerate] \n"
-         "      [idr] [bitratetype] [qp] [bitrate] [res] [enable_motion_data] ==");
+    puts(
+        " == [enable] [codectype] [framerate] \n"
+        "      [idr] [bitratetype] [qp] [bitrate] [res] [enable_motion_data] ==");
     for (int ch = 0; ch < QMCODEC_CHANNELS; ++ch) {
         const tagVEncChannelUnit& unit = units[ch];
         printf(" [ch %2d] : %d %d %d %d %d %d %d %d %d\n", ch + 1, unit.enable,

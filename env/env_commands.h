@@ -1,4 +1,4 @@
-// ENVPRINT, ENVCHANGE and ENVSETDB: command handlers of the top-level and SETUP menus. All return 0.
+// ENVPRINT, ENVCHANGE and ENVSETDB: handlers of the top-level and SETUP menus. All return 0.
 #ifndef ENV_ENV_COMMANDS_H
 #define ENV_ENV_COMMANDS_H
 

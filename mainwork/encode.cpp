@@ -59,8 +59,8 @@ void run_main(CAppEnv& env, QMVideoEncoder* encoder, QMAudio* audio) {
     printf("Encode DB Stream : %s, Type : %d\n", env.main_stream_db.c_str(),
            static_cast<int>(env.main_database_type));
     env.main_open_path = env.main_stream_db;
-    if (!open_group(env.main_encode_thread, env.main_db, env.main_database_type,
-                    env.main_open_path, MAIN_CAPACITY_A, MAIN_CAPACITY_B))
+    if (!open_group(env.main_encode_thread, env.main_db, env.main_database_type, env.main_open_path,
+                    MAIN_CAPACITY_A, MAIN_CAPACITY_B))
         return;
     env.main_encode_thread->db = env.main_db;
     env.main_encode_thread->CreateThread(thread_argument(env.codec), 0);
@@ -83,8 +83,8 @@ void stop_main(CAppEnv& env, QMVideoEncoder* encoder, QMAudio* audio) {
 
 // Kept: the streams are enabled on the thread once a channel, sixteen times each.
 void switch_on_net_streams(CAppEnv& env, QMVideoEncoder* encoder) {
-    constexpr QMCODEC_STREAM ORDER[] = {QMCODEC_STREAM_DUAL, QMCODEC_STREAM_3RD,
-                                        QMCODEC_STREAM_4TH, QMCODEC_STREAM_PREVIEW};
+    constexpr QMCODEC_STREAM ORDER[] = {QMCODEC_STREAM_DUAL, QMCODEC_STREAM_3RD, QMCODEC_STREAM_4TH,
+                                        QMCODEC_STREAM_PREVIEW};
     for (int ch = 0; ch < QMCODEC_CHANNELS; ++ch) {
         for (const QMCODEC_STREAM stream : ORDER) {
             if (!env.IsAvailableStream(stream)) continue;
@@ -97,8 +97,8 @@ void switch_on_net_streams(CAppEnv& env, QMVideoEncoder* encoder) {
 
 void run_jpeg(CAppEnv& env, QMVideoEncoder* encoder) {
     env.jpeg_open_path = env.jpeg_stream_db;
-    if (!open_group(env.jpeg_encode_thread, env.jpeg_db, env.jpeg_database_type,
-                    env.jpeg_open_path, OTHER_CAPACITY_A, OTHER_CAPACITY_B))
+    if (!open_group(env.jpeg_encode_thread, env.jpeg_db, env.jpeg_database_type, env.jpeg_open_path,
+                    OTHER_CAPACITY_A, OTHER_CAPACITY_B))
         return;
     env.jpeg_encode_thread->db = env.jpeg_db;
     env.jpeg_encode_thread->CreateThread(thread_argument(env.codec), 0);
@@ -112,8 +112,8 @@ void run_jpeg(CAppEnv& env, QMVideoEncoder* encoder) {
 // Unlike the main stream, the channels are switched on before the thread starts.
 void run_net_and_jpeg(CAppEnv& env, QMVideoEncoder* encoder) {
     env.dual_open_path = env.dual_stream_db;
-    if (!open_group(env.net_encode_thread, env.dual_db, env.dual_database_type,
-                    env.dual_open_path, OTHER_CAPACITY_A, OTHER_CAPACITY_B))
+    if (!open_group(env.net_encode_thread, env.dual_db, env.dual_database_type, env.dual_open_path,
+                    OTHER_CAPACITY_A, OTHER_CAPACITY_B))
         return;
     switch_on_net_streams(env, encoder);
     env.net_encode_thread->db = env.dual_db;

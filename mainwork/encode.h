@@ -5,7 +5,7 @@
 enum EncodeCode {
     ENCODE_RUN_MAIN = 0,
     ENCODE_STOP_MAIN = 1,
-    ENCODE_RUN_OTHERS = 2,   // dual, third, fourth, preview into one database; JPEG into another
+    ENCODE_RUN_OTHERS = 2,  // dual, third, fourth, preview into one database; JPEG into another
     ENCODE_STOP_OTHERS = 3,
 };
 

@@ -164,6 +164,7 @@ void mainwork_help() {
     puts("\r\n\r");
 }
 
+// clang-format off
 const tagCommand mainwork_cmds[] = {
     {"ENCODE", app_mainwork_encode},
     {"SEARCH", app_searchwork},
@@ -172,3 +173,4 @@ const tagCommand mainwork_cmds[] = {
     {"PRIVATE", app_private_zone},
     {nullptr, nullptr},
 };
+// clang-format on

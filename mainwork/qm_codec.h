@@ -26,11 +26,11 @@ enum QMCODEC_STREAM : int32_t {
 
 // What InitAVCodec reads; a plain value on the caller's stack.
 struct _QM_AVCODEC_INIT_PARAM {
-    uint32_t video_format;                // 0 NTSC, 1 PAL
-    uint32_t field_type;                  // field or frame mode code
-    std::string parameter_file_name[4];   // chip parameter files; empty when unused
-    std::string qp_table[2];              // QP table files
-    std::string firmware;                 // firmware file
+    uint32_t video_format;               // 0 NTSC, 1 PAL
+    uint32_t field_type;                 // field or frame mode code
+    std::string parameter_file_name[4];  // chip parameter files; empty when unused
+    std::string qp_table[2];             // QP table files
+    std::string firmware;                // firmware file
 };
 
 // Chip-level control.

@@ -13,10 +13,10 @@ enum DB_TYPE : uint32_t {
 };
 
 struct QMDBOpenParam {
-    std::string path;      // the database's ini file
-    uint32_t mode;         // 1 records, 0 plays back
-    uint32_t capacity_a;   // size of the store, in units of 64 KiB
-    uint32_t capacity_b;   // disk: number of such segments; memory: number of video frames
+    std::string path;     // the database's ini file
+    uint32_t mode;        // 1 records, 0 plays back
+    uint32_t capacity_a;  // size of the store, in units of 64 KiB
+    uint32_t capacity_b;  // disk: number of such segments; memory: number of video frames
 };
 
 class iqm_db {
@@ -32,9 +32,9 @@ class iqm_db {
     ~iqm_db() = default;
 };
 
-// Creates an unopened database object in *out, which must hold null or a database made here: one that
-// was left open (its thread has ended, or none was started) is finished, and its recording is taken
-// over by the next recorder of its path. Console thread.
+// Creates an unopened database object in *out, which must hold null or a database made here: one
+// that was left open (its thread has ended, or none was started) is finished, and its recording is
+// taken over by the next recorder of its path. Console thread.
 void qm_db_create(DB_TYPE type, iqm_db** out);
 // Destroys *db and sets it to null. Console thread.
 void qm_db_destroy(iqm_db** db);

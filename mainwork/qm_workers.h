@@ -67,8 +67,8 @@ struct qm_encode_stat {
     std::atomic<int32_t> period_bytes[QMCODEC_CHANNELS];   // zeroed by the report that reads it
 };
 
-class qm_encode_worker;     // the library's own
-class qm_playback_engine;   // the library's own
+class qm_encode_worker;    // the library's own
+class qm_playback_engine;  // the library's own
 
 // Records the main stream and the audio.
 class qm_thread_encode : public qm_thread {
@@ -111,8 +111,8 @@ class qm_thread_encode_jpeg : public qm_thread {
     ~qm_thread_encode_jpeg() override;
     void* Work(void* codec) override;
 
-    iqm_db* db;              // not owned
-    qm_encode_stat stat[1];  // element 0 is the JPEG stream
+    iqm_db* db;                      // not owned
+    qm_encode_stat stat[1];          // element 0 is the JPEG stream
     qm_list<qm_dbframe> frame_list;  // frames waiting to be written
 
   private:
@@ -137,8 +137,8 @@ class qm_thread_decode : public qm_thread {
     // Channel 0..15. Reading a period figure starts it again at 0.
     int GetCalculData(E_CALCUL figure, int channel);
 
-    iqm_db* db;             // not owned; null plays nothing
-    qm_time current_time;   // recorded time of the last delivered frame
+    iqm_db* db;                      // not owned; null plays nothing
+    qm_time current_time;            // recorded time of the last delivered frame
     qm_list<qm_dbframe> frame_list;  // frames read ahead of their time
     std::atomic<int32_t> idr_distance[QMCODEC_CHANNELS];  // frames between the last two key frames
 

@@ -24,10 +24,10 @@ void step_clock(int64_t us);
 
 // Frames since the codec was created, and what the board was told.
 struct BoardReport {
-    uint64_t delivered = 0;     // video and audio frames handed to a recording thread
-    uint64_t uncollected = 0;   // let go because no thread collects their stream
-    uint64_t lost = 0;          // lost by the `drop` setting
-    uint64_t late = 0;          // dropped because the machine fell behind by more than a second
+    uint64_t delivered = 0;    // video and audio frames handed to a recording thread
+    uint64_t uncollected = 0;  // let go because no thread collects their stream
+    uint64_t lost = 0;         // lost by the `drop` setting
+    uint64_t late = 0;         // dropped because the machine fell behind by more than a second
     uint32_t board_type = 0;
     uint32_t sub_board_type = 0;
     uint32_t field_type = 0;
@@ -37,12 +37,12 @@ BoardReport board_report(QMAVCodec* codec);
 
 // What a database holds and refused.
 struct DatabaseReport {
-    uint64_t first = 0;     // sequence number of the oldest record kept
-    uint64_t end = 0;       // one past the newest; records ever written
-    uint64_t refused = 0;   // records that did not fit into the ring at all
-    uint64_t video = 0;     // video frames kept
-    uint64_t bytes = 0;     // payload bytes kept
-    bool writing = false;   // a recording thread is at work on it
+    uint64_t first = 0;    // sequence number of the oldest record kept
+    uint64_t end = 0;      // one past the newest; records ever written
+    uint64_t refused = 0;  // records that did not fit into the ring at all
+    uint64_t video = 0;    // video frames kept
+    uint64_t bytes = 0;    // payload bytes kept
+    bool writing = false;  // a recording thread is at work on it
 };
 DatabaseReport database_report(iqm_db* db);
 
@@ -52,9 +52,9 @@ int open_databases();
 // What the playback thread delivered beside the figures of GetCalculData.
 struct PlaybackReport {
     uint64_t audio_frames = 0;
-    uint64_t damaged = 0;  // payloads that were not those of their record
-    int speed_eighths = 8; // 8 is normal speed
-    int state = 3;         // PB_STATE
+    uint64_t damaged = 0;   // payloads that were not those of their record
+    int speed_eighths = 8;  // 8 is normal speed
+    int state = 3;          // PB_STATE
 };
 PlaybackReport playback_report(qm_thread_decode& thread);
 

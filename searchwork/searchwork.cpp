@@ -76,6 +76,7 @@ void searchwork_help() {
     puts("\r\n\r");
 }
 
+// clang-format off
 const tagCommand searchwork_cmds[] = {
     {"SETUP", app_setupwork},
     {"STATUS", app_statuswork},
@@ -86,3 +87,4 @@ const tagCommand searchwork_cmds[] = {
     {"PB", searchwork_pb},
     {nullptr, nullptr},
 };
+// clang-format on

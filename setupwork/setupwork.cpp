@@ -30,9 +30,11 @@ void setupwork_help() {
     puts("\r\n\r");
 }
 
+// clang-format off
 const tagCommand setupwork_cmds[] = {
     {"ENVPRINT", app_env_printenv},
     {"ENVCHANGE", app_env_change},
     {"ENVSETDB", app_env_change_dbpath},
     {nullptr, nullptr},
 };
+// clang-format on

@@ -36,6 +36,7 @@ void app_help() {
     puts("\r\n\r");
 }
 
+// clang-format off
 const tagCommand app_cmds[] = {
     {"ENVPRINT", app_env_printenv},
     {"ENVCHANGE", app_env_change},
@@ -44,3 +45,4 @@ const tagCommand app_cmds[] = {
     {"MEMTEST", app_test_mem},
     {nullptr, nullptr},
 };
+// clang-format on

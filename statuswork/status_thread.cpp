@@ -37,6 +37,7 @@ struct Report {
 };
 
 // In the order of printing. Kept: the audio byte, bits 16..23 of mask A, selects nothing.
+// clang-format off
 const Report REPORTS[] = {
     {A, 0, app_mainwork_getstatus_string},
     {A, 1, app_searchwork_getstatus_string},
@@ -51,6 +52,7 @@ const Report REPORTS[] = {
     {B, 16, rate_of<QMCODEC_STREAM_4TH>},
     {B, 17, idr_of<QMCODEC_STREAM_4TH>},
 };
+// clang-format on
 
 // A report is on the wire as soon as it is printed.
 void say(const char* line) {

@@ -16,7 +16,7 @@ class qm_thread_status : public qm_thread {
 
 // The status monitor's record; zero at program start.
 struct tagStatusRecord {
-    qm_thread_status* thread;      // owned, null when none runs; console thread only
+    qm_thread_status* thread;  // owned, null when none runs; console thread only
     // Selection masks, one byte a stream kind: bit 8 * byte + n is report n of the kind. Written by
     // SET on the console thread, read by the status thread once a cycle.
     std::atomic<uint32_t> mask_a;  // main, dual, audio, JPEG

@@ -27,6 +27,7 @@ struct Item {
 
 // Kept: the third and fourth streams use the dual stream's sub-menu, and the audio byte is offered
 // although no report reads it.
+// clang-format off
 const Item ITEMS[] = {
     {"1", "\r\n 1. Main Stream. (0x%x)", _l_st_stat.mask_a, 0, statuswork_main_stream},
     {"2", "\r\n 2. Dual Stream. (0x%x)", _l_st_stat.mask_a, 1, statuswork_dual_stream},
@@ -36,6 +37,7 @@ const Item ITEMS[] = {
     {"6", "\r\n 6. 3rd Stream. (0x%x)", _l_st_stat.mask_b, 1, statuswork_dual_stream},
     {"7", "\r\n 7. 4th Stream. (0x%x)", _l_st_stat.mask_b, 2, statuswork_dual_stream},
 };
+// clang-format on
 
 uint32_t get_byte(const Item& item) {
     return (item.mask.load(std::memory_order_relaxed) >> (8 * item.byte)) & 0xFF;
@@ -203,9 +205,11 @@ void statuswork_help() {
     puts("\r\n\r");
 }
 
+// clang-format off
 const tagCommand statuswork_cmds[] = {
     {"RUN", app_stat_run},
     {"STOP", app_stat_stop},
     {"SET", app_stat_set},
     {nullptr, nullptr},
 };
+// clang-format on

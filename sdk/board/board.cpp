@@ -144,7 +144,8 @@ int Board::SetBitrateType(int stream, int channel, uint32_t type) {
 }
 
 int Board::SetResolution(int stream, int channel, uint32_t resolution) {
-    return with_channel(stream, channel, [&](auto& encoder) { encoder.set_resolution(resolution); });
+    return with_channel(stream, channel,
+                        [&](auto& encoder) { encoder.set_resolution(resolution); });
 }
 
 int Board::SetQP(int stream, int channel, uint8_t qp) {
@@ -175,7 +176,9 @@ int Board::SetAudioChannelEnable(int channel, uint8_t enable) {
     return OK;
 }
 
-bool Board::has_chip(int channel) const { return m_chip_mask >> (channel / QMCODEC_CHANNELS_PER_CHIP) & 1; }
+bool Board::has_chip(int channel) const {
+    return m_chip_mask >> (channel / QMCODEC_CHANNELS_PER_CHIP) & 1;
+}
 
 // The inputs of the board run in step: the channels of one rate have their frames at the same
 // moments.

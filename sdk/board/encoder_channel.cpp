@@ -16,12 +16,12 @@ constexpr uint32_t MAX_BITRATE = 50'000'000;
 
 }  // namespace
 
-// Due at or after a time exactly when count >= (time - start) * rate - first.count * rate / first.rate,
-// unrounded.
+// Due at or after a time exactly when count / rate >= (time - start) - first.count / first.rate,
+// not rounded; here in units of 1 / first.rate.
 uint32_t Ticker::advance_to(int64_t time_us) {
     if (due_us() >= time_us) return 0;
-    const int64_t wanted = (time_us - m_first.start_us) * m_rate * m_first.rate -
-                           m_first.count * m_rate * US_PER_S;
+    const int64_t wanted =
+        (time_us - m_first.start_us) * m_rate * m_first.rate - m_first.count * m_rate * US_PER_S;
     const int64_t unit = m_first.rate * US_PER_S;
     const int64_t count = (wanted + unit - 1) / unit;
     const int64_t passed = count - m_count;

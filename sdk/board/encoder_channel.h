@@ -31,8 +31,8 @@ class Ticker {
     }
     int64_t due_us() const {
         if (m_rate == 0) return NEVER;
-        return m_first.start_us +
-               (m_first.count * m_rate + m_count * m_first.rate) * US_PER_S / (m_first.rate * m_rate);
+        return m_first.start_us + (m_first.count * m_rate + m_count * m_first.rate) * US_PER_S /
+                                      (m_first.rate * m_rate);
     }
     void advance() { ++m_count; }
     // Passes over what is due before `time_us`; returns how many that were.
@@ -61,8 +61,8 @@ class EncoderChannel {
     void switch_off() { m_on = false; }
     bool on() const { return m_on; }
 
-    // Settings; values out of range are held to the nearest that makes sense. `next` is where a rate
-    // begins that has no earlier frame to follow.
+    // Settings; values out of range are held to the nearest that makes sense. `next` is where a
+    // rate begins that has no earlier frame to follow.
     void set_codec_type(uint32_t type);
     void set_frame_rate(uint32_t rate, int64_t now_us, const Tick& next);
     void set_idr_interval(uint32_t frames);

@@ -50,7 +50,8 @@ ConstantBitRate::ConstantBitRate(uint32_t bits_per_second, uint32_t frames_per_s
     const uint64_t span = 2 * uint64_t{frames_per_second};  // frames of 2 seconds
     const bool gives_back = group > 1 && group <= LONGEST_GROUP;
     const uint64_t others = gives_back ? group - 1 : 1;
-    // The excess e of a key frame in thousandths, and weights in units of 1 / (1000 * others) frame.
+    // The excess e of a key frame in thousandths, and weights in units of 1 / (1000 * others)
+    // frame.
     const uint64_t excess = group == 1 ? 0 : gives_back ? 4 * span * others / group : 4 * span;
     const uint64_t unit = 1000 * others;
     m_key_dividend = bits_per_second * (unit + excess * others);

@@ -22,16 +22,17 @@ PictureSize picture_size(uint32_t resolution, bool pal);
 // much.
 uint32_t constant_quantiser_bytes(PictureSize size, uint8_t qp, bool key, bool jpeg);
 
-// Constant bit rate: the bytes of each frame follow from its number, so that every span of 2 seconds
-// holds the bit rate within 1 %, with key frames larger than the others.
+// Constant bit rate: the bytes of each frame follow from its number, so that every span of 2
+// seconds holds the bit rate within 1 %, with key frames larger than the others.
 //
 // Of the bytes that are due a frame, a, a key frame takes a * (1 + e), and the G - 1 others of its
 // group of G give it back in equal shares. A span may hold one key frame more or less than another,
-// and one out of turn (after a change of size, say): e is 0.4 % of a span's frames, times (G - 1) / G.
+// and one out of turn (after a change of size, say): e is 0.4 % of a span's frames times
+// (G - 1) / G.
 class ConstantBitRate {
   public:
-    // `group` is the distance of key frames in frames: 0 is one endless group, 1 is key frames only.
-    // `frames_per_second` is not 0.
+    // `group` is the distance of key frames in frames: 0 is one endless group, 1 is key frames
+    // only. `frames_per_second` is not 0.
     ConstantBitRate(uint32_t bits_per_second, uint32_t frames_per_second, uint32_t group);
     ConstantBitRate() : ConstantBitRate(0, 1, 0) {}
 

@@ -15,8 +15,8 @@ constexpr uint64_t CAPACITY_UNIT = 64 * 1024;
 constexpr uint64_t MAX_CAPACITY = uint64_t{1} << 30;
 constexpr uint32_t MODE_RECORD = 1;
 
-// Stores by path, as long as one has them open. An empty path names nothing and is not listed. Never
-// destroyed, as the list of kept ones: databases may be closed while the program ends.
+// Stores by path, as long as one has them open. An empty path names nothing and is not listed.
+// Never destroyed, as the list of kept ones: databases may be closed while the program ends.
 std::map<std::string, std::weak_ptr<MemoryStore>>& stores() {
     static auto* stores = new std::map<std::string, std::weak_ptr<MemoryStore>>;
     return *stores;
@@ -179,7 +179,8 @@ int MemoryDb::Open(QMDBOpenParam* param) {
     }
     std::shared_ptr<MemoryStore> store = param->path.empty() ? nullptr : store_of(param->path);
     if (!records && !store) {
-        complain("database '%s' is not opened: nothing is recorded in memory under that name", path);
+        complain("database '%s' is not opened: nothing is recorded in memory under that name",
+                 path);
         return 0;
     }
     if (!store) {

@@ -16,9 +16,8 @@ int64_t parse_number(const std::string& text, int64_t max) {
     if (text.empty() || text.find_first_not_of("0123456789") != std::string::npos) return -1;
     errno = 0;
     const unsigned long long value = strtoull(text.c_str(), nullptr, 10);
-    return errno == 0 && value <= static_cast<unsigned long long>(max)
-               ? static_cast<int64_t>(value)
-               : -1;
+    return errno == 0 && value <= static_cast<unsigned long long>(max) ? static_cast<int64_t>(value)
+                                                                       : -1;
 }
 
 template <class Word>
@@ -59,8 +58,7 @@ void apply_word(Settings& to, const std::string& word) {
         return;
     }
     switch (set_one(to, word.substr(0, equals), word.substr(equals + 1))) {
-        case Outcome::ok:
-            break;
+        case Outcome::ok: break;
         case Outcome::bad_value:
             complain("QM_BOARD: '%s' is ignored: bad value", word.c_str());
             break;

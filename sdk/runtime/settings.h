@@ -24,14 +24,14 @@ class Fault {
 // All neutral by default. Written before the board is used (or by a test between two steps), read
 // by any thread.
 struct Settings {
-    std::atomic<uint64_t> seed{1};          // of the content
-    std::atomic<int64_t> speed{1};          // board time runs that many times faster, 1..1000
-    std::atomic<int32_t> drop_percent{0};   // frames lost between camera and encoder, 0..100
-    std::atomic<int32_t> slow_disk_ms{0};   // board milliseconds added to each write, 0..60000
-    Fault fail_create;                      // CreateQMAVCodec
-    Fault fail_mask;                        // SetChipEnableMask
-    Fault fail_init;                        // InitAVCodec
-    Fault fail_open;                        // iqm_db::Open
+    std::atomic<uint64_t> seed{1};         // of the content
+    std::atomic<int64_t> speed{1};         // board time runs that many times faster, 1..1000
+    std::atomic<int32_t> drop_percent{0};  // frames lost between camera and encoder, 0..100
+    std::atomic<int32_t> slow_disk_ms{0};  // board milliseconds added to each write, 0..60000
+    Fault fail_create;                     // CreateQMAVCodec
+    Fault fail_mask;                       // SetChipEnableMask
+    Fault fail_init;                       // InitAVCodec
+    Fault fail_open;                       // iqm_db::Open
 };
 
 // The settings of this process; QM_BOARD is read at the first call.

@@ -15,11 +15,11 @@ inline bool is_key(FrameKind kind) { return kind == FrameKind::idr || kind == Fr
 // What is known of a frame beside its bytes.
 struct FrameInfo {
     FrameKind kind = FrameKind::p;
-    uint8_t stream = 0;    // QMCODEC_STREAM; audio travels with stream 0
-    uint8_t channel = 0;   // 0..15
-    uint32_t number = 0;   // frame slot since the channel was switched on
-    int64_t time_us = 0;   // when it was due, board time
-    uint32_t bytes = 0;    // of the payload
+    uint8_t stream = 0;   // QMCODEC_STREAM; audio travels with stream 0
+    uint8_t channel = 0;  // 0..15
+    uint32_t number = 0;  // frame slot since the channel was switched on
+    int64_t time_us = 0;  // when it was due, board time
+    uint32_t bytes = 0;   // of the payload
 };
 
 }  // namespace sim

@@ -108,8 +108,8 @@ void qm_encode_worker::count(const sim::FrameInfo& info) {
     seen = true;
 }
 
-// A group whose key frame is gone cannot be decoded: when no other of its channel waits, the channel
-// has to go on with a key frame.
+// A group whose key frame is gone cannot be decoded: when no other of its channel waits, the
+// channel has to go on with a key frame.
 void qm_encode_worker::drop_oldest_group() {
     bool more = false;
     qm_dbframe* group = m_list.take_group(&more);

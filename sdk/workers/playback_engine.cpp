@@ -53,7 +53,8 @@ void qm_playback_engine::change_speed(int direction, int step) {
 void qm_playback_engine::set_channels(unsigned long channels, unsigned long chips) {
     uint32_t mask = 0;
     for (int ch = 0; ch < QMCODEC_CHANNELS; ++ch)
-        if ((channels >> ch & 1) && (chips >> (ch / QMCODEC_CHANNELS_PER_CHIP) & 1)) mask |= 1u << ch;
+        if ((channels >> ch & 1) && (chips >> (ch / QMCODEC_CHANNELS_PER_CHIP) & 1))
+            mask |= 1u << ch;
     ask([mask](Request& r) { r.control.channels = mask; });
 }
 
@@ -73,8 +74,7 @@ int qm_playback_engine::figure(E_CALCUL figure, int channel) {
             return m_period_frames[channel].exchange(0, std::memory_order_relaxed);
         case CALCUL_PERIOD_BYTES:
             return m_period_bytes[channel].exchange(0, std::memory_order_relaxed);
-        case CALCUL_TOTAL_FRAMES:
-            return m_total_frames[channel].load(std::memory_order_relaxed);
+        case CALCUL_TOTAL_FRAMES: return m_total_frames[channel].load(std::memory_order_relaxed);
     }
     return 0;
 }

@@ -77,15 +77,15 @@ class qm_playback_engine {
     int m_steps = 0;        // next-frame requests not served yet
     bool m_at_end = false;  // stopped at the end of a finished recording
     sim::StreamDb* m_db = nullptr;
-    uint64_t m_scan = 0;                        // records before it were considered
-    uint64_t m_next[QMCODEC_CHANNELS] = {};     // the channel's records before it were delivered
+    uint64_t m_scan = 0;                     // records before it were considered
+    uint64_t m_next[QMCODEC_CHANNELS] = {};  // the channel's records before it were delivered
     bool m_key_needed[QMCODEC_CHANNELS] = {};
     uint32_t m_key_number[QMCODEC_CHANNELS] = {};  // of the last key frame delivered
     bool m_key_seen[QMCODEC_CHANNELS] = {};
-    bool m_anchored = false;  // else the next frame plays at once
+    bool m_anchored = false;         // else the next frame plays at once
     int64_t m_anchor_record_us = 0;  // this recorded time plays ...
     int64_t m_anchor_us = 0;         // ... at this board time
-    bool m_is_ahead = false;      // m_ahead holds record m_ahead_number, in the owner's frame list
+    bool m_is_ahead = false;  // m_ahead holds record m_ahead_number, in the owner's frame list
     uint64_t m_ahead_number = 0;
     qm_dbframe m_ahead;
 
