@@ -5,6 +5,7 @@ set -u
 
 root=$(cd "$(dirname "${BASH_SOURCE[0]}")" && pwd) || exit 1
 . "$root/.ci/packages.sh"
+check_path "$root"
 
 build=$root/build/release
 program=$build/qm7105
@@ -54,6 +55,7 @@ stop() {
             for _ in {1..50}; do kill -0 "$!" 2>/dev/null && sleep 0.1; done
         fi
         kill -TERM "$!" 2>/dev/null
+        kill -CONT "$!" 2>/dev/null  # a stopped program takes no other signal
         wait "$!" 2>/dev/null
     fi
     stty "$terminal" 2>/dev/null

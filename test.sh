@@ -4,6 +4,7 @@ set -u
 
 root=$(cd "$(dirname "${BASH_SOURCE[0]}")" && pwd) || exit 1
 . "$root/.ci/packages.sh"
+check_path "$root"
 
 selection=()
 for argument in "$@"; do

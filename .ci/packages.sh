@@ -11,6 +11,13 @@ fail() {
     exit 1
 }
 
+# The build's own tools cannot cope with these characters.
+check_path() {
+    case $1 in
+        *[\"\\\;\#]*) fail "a folder with one of \" \\ ; # in its name cannot be built in: $1" ;;
+    esac
+}
+
 need() {
     eval "$1" >/dev/null 2>&1 && return
     echo "${0##*/}: installing $2: $3" >&2

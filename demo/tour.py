@@ -7,7 +7,6 @@ Records the main and the other streams, watches the rate tables, plays the recor
 goes on, and leaves in order. Exit status 0 only if everything seen was right; otherwise the last
 line says what was not. Every wait has a deadline, so the tour never hangs.
 """
-import configparser
 import os
 import pty
 import re
@@ -118,19 +117,36 @@ def caption(text):
 
 
 def read_environment(file):
-    ini = configparser.ConfigParser(strict=False, interpolation=None, delimiters="=")
-    ini.read(file)
-    return ini
+    """The values of an environment file by (section, key), as the program reads them."""
+    if not os.path.isfile(file):
+        raise Wrong("no such environment file: " + file)
+    values = {}
+    section = None
+    with open(file, encoding="utf-8-sig", errors="replace") as lines:
+        for line in lines:
+            line = line.strip()
+            if line.startswith("[") and "]" in line:
+                section = line[1 : line.index("]")].strip().lower()
+            elif section and "=" in line and line[0] not in ";#":
+                key, value = (part.strip() for part in line.split("=", 1))
+                values.setdefault((section, key.lower()), value.strip('"'))
+    return values
+
+
+def number_of(text):
+    """A decimal number up to the first other character, or one in hexadecimal behind 0x; else 0."""
+    found = re.match(r"\s*(0[xX][0-9a-fA-F]+|[+-]?\d+)", text)
+    return int(found[1], 0 if found[1][:2] in ("0x", "0X") else 10) if found else 0
 
 
 def main_frame_rates(ini):
     """Frames a second that each channel of the main stream is set to; 0 where it is off."""
-    limit = 30 if ini.getint("GENERAL", "video_format", fallback=0) == 0 else 25
+    limit = 30 if number_of(ini.get(("general", "video_format"), "")) == 0 else 25
     rates = []
     for channel in range(1, CHANNELS + 1):
-        words = ini.get("MAIN STREAM", f"ch_{channel:02d}", fallback="0").split()
-        on = words[0] != "0" and len(words) > 2
-        rates.append(min(int(words[2]), limit) if on else 0)
+        words = ini.get(("main stream", f"ch_{channel:02d}"), "").split()
+        on = len(words) > 2 and number_of(words[0]) != 0
+        rates.append(min(number_of(words[2]), limit) if on else 0)
     return rates
 
 
@@ -240,16 +256,15 @@ def main(arguments):
     if len(arguments) != 2:
         print("usage: tour.py PROGRAM ENVFILE", file=sys.stderr)
         return 2
-    ini = read_environment(arguments[1])
-    rates = main_frame_rates(ini)
-    if not any(rates):
-        print("tour: no channel of the main stream is enabled in " + arguments[1])
-        return 1
-    if ini.getint("GENERAL", "board_type", fallback=0) in BOARDS_WITHOUT_SEARCH:
-        print("tour: the board of this environment file cannot search: " + arguments[1])
-        return 1
-    session = Session(*arguments)
+    session = None
     try:
+        ini = read_environment(arguments[1])
+        rates = main_frame_rates(ini)
+        if not any(rates):
+            raise Wrong("no channel of the main stream is enabled in " + arguments[1])
+        if number_of(ini.get(("general", "board_type"), "")) in BOARDS_WITHOUT_SEARCH:
+            raise Wrong("the board of this environment file cannot search: " + arguments[1])
+        session = Session(*arguments)
         tour(session, rates)
     except Wrong as wrong:
         print(f"\n\ntour: {wrong}")
@@ -257,8 +272,12 @@ def main(arguments):
     except KeyboardInterrupt:
         print("\n\ntour: interrupted")
         return 130
+    except BrokenPipeError:  # nobody watches any more
+        os.dup2(os.open(os.devnull, os.O_WRONLY), sys.stdout.fileno())
+        return 1
     finally:
-        session.close()
+        if session:
+            session.close()
     print("\n\n### Everything seen on this tour was right.")
     return 0
 

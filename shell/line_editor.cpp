@@ -4,6 +4,7 @@
 #include <poll.h>
 #include <unistd.h>
 
+#include <cerrno>
 #include <cstdint>
 #include <cstdio>
 #include <cstring>
@@ -52,14 +53,25 @@ bool recall_forward(char* buffer, int size) {
 bool nobody_reads() {
     if (!ferror(stdout)) return false;
     pollfd output = {STDOUT_FILENO, 0, 0};
-    return poll(&output, 1, 0) == 1 && (output.revents & POLLERR);
+    return poll(&output, 1, 0) == 1 && (output.revents & (POLLERR | POLLHUP));
+}
+
+// The next byte, also from an input that somebody set to non-blocking.
+int read_byte() {
+    for (;;) {
+        const int c = getchar();
+        if (c != EOF || !ferror(stdin) || (errno != EAGAIN && errno != EINTR)) return c;
+        clearerr(stdin);
+        pollfd input = {STDIN_FILENO, POLLIN, 0};
+        poll(&input, 1, -1);
+    }
 }
 
 }  // namespace
 
 int getch() {
     fflush(stdout);
-    const int c = nobody_reads() ? EOF : getchar();
+    const int c = nobody_reads() ? EOF : read_byte();
     l_input_ended = c == EOF;
     return c;
 }

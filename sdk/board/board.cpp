@@ -2,7 +2,6 @@
 #include "sdk/board/board.h"
 
 #include <algorithm>
-#include <thread>
 
 #include "sdk/db/db_registry.h"
 #include "sdk/runtime/settings.h"
@@ -33,10 +32,15 @@ Board::Board() : m_start_us(now_us()), m_pacer(*this) {
 
 Board::~Board() { m_pacer.DestroyThread(); }
 
+std::unique_lock<std::mutex> Board::lock_in_turn() {
+    std::lock_guard turn(m_turn);
+    return std::unique_lock(m_mutex);
+}
+
 Board* Board::of(void* codec) { return static_cast<Board*>(static_cast<QMAVCodec*>(codec)); }
 
 void Board::attach(uint32_t stream_mask, FrameSink* sink) {
-    std::lock_guard lock(m_mutex);
+    const auto lock = lock_in_turn();
     for (int stream = 0; stream < QMCODEC_STREAMS; ++stream) {
         if (!(stream_mask >> stream & 1)) continue;
         m_sinks[stream] = sink;
@@ -45,18 +49,18 @@ void Board::attach(uint32_t stream_mask, FrameSink* sink) {
 }
 
 void Board::detach(FrameSink* sink) {
-    std::lock_guard lock(m_mutex);
+    const auto lock = lock_in_turn();
     for (FrameSink*& attached : m_sinks)
         if (attached == sink) attached = nullptr;
 }
 
 BoardReport Board::report() {
-    std::lock_guard lock(m_mutex);
+    const auto lock = lock_in_turn();
     return m_report;
 }
 
 int Board::SetBoardType(uint32_t board_type, uint32_t sub_board_type) {
-    std::lock_guard lock(m_mutex);
+    const auto lock = lock_in_turn();
     m_report.board_type = board_type;
     m_report.sub_board_type = sub_board_type;
     return OK;
@@ -65,7 +69,7 @@ int Board::SetBoardType(uint32_t board_type, uint32_t sub_board_type) {
 int Board::SetChipEnableMask(uint32_t mask) {
     if (settings().fail_mask.strikes()) return FAILED;
     {
-        std::lock_guard lock(m_mutex);
+        const auto lock = lock_in_turn();
         lose_until(now_us());  // what channels without a chip would have given is no one's loss
         m_chip_mask = mask;
         lose_until(now_us());
@@ -77,7 +81,7 @@ int Board::SetChipEnableMask(uint32_t mask) {
 int Board::InitAVCodec(_QM_AVCODEC_INIT_PARAM* param) {
     if (settings().fail_init.strikes()) return FAILED;
     {
-        std::lock_guard lock(m_mutex);
+        const auto lock = lock_in_turn();
         m_report.video_format = param->video_format;
         m_report.field_type = param->field_type;
         m_pal = param->video_format != 0;
@@ -104,7 +108,7 @@ int Board::with_channel(int stream, int channel, Change change) {
     if (stream < 0 || stream >= QMCODEC_STREAMS || channel < 0 || channel >= QMCODEC_CHANNELS)
         return FAILED;
     {
-        std::lock_guard lock(m_mutex);
+        const auto lock = lock_in_turn();
         change(m_video[stream][channel]);
     }
     m_pacer.wake();
@@ -164,7 +168,7 @@ int Board::SetPrivateZone(int stream, uint8_t channel, uint8_t enable, int zone,
 int Board::SetAudioChannelEnable(int channel, uint8_t enable) {
     if (channel < 0 || channel >= QMCODEC_CHANNELS) return FAILED;
     {
-        std::lock_guard lock(m_mutex);
+        const auto lock = lock_in_turn();
         AudioChannel& audio = m_audio[channel];
         if (enable && !audio.on) {
             audio.number = 0;
@@ -215,15 +219,17 @@ uint64_t Board::lose_until(int64_t time_us) {
 }
 
 int64_t Board::produce(int64_t now) {
-    std::lock_guard lock(m_mutex);
+    const auto lock = lock_in_turn();
     int64_t due = next_due_us();
     if (due < now - MAX_LATENESS_US) {
         m_report.late += lose_until(now - MAX_LATENESS_US);
         due = next_due_us();
     }
     if (due > now) return due;
-    // In the order of their times, also when there is more than one moment to make up for.
-    for (; due <= now; due = next_due_us()) produce_at(due);
+    // One moment at a time, in their order, also when there is more than one to make up for: the
+    // setters get their turn in between.
+    produce_at(due);
+    due = next_due_us();
     FrameSink* told = nullptr;
     for (FrameSink* sink : m_sinks) {
         if (sink && sink != told) sink->end_of_batch();
@@ -281,10 +287,7 @@ void Board::produce_audio(AudioChannel& audio, int channel) {
 Board::Pacer::Pacer(Board& board) : m_board(board) { m_state->on_board = true; }
 
 void* Board::Pacer::Work(void*) {
-    while (m_stop_request.load() == 0) {
-        m_state->alarm.wait_until(m_board.produce(now_us()));
-        std::this_thread::yield();  // when there is no time to wait, the setters get their turn
-    }
+    while (m_stop_request.load() == 0) m_state->alarm.wait_until(m_board.produce(now_us()));
     return nullptr;
 }
 

@@ -70,6 +70,8 @@ class Board final : public QMAVCodec, QMCodecSystem, QMVideoEncoder, QMAudio {
 
     int SetAudioChannelEnable(int channel, uint8_t enable) override;
 
+    // Takes m_mutex. Who waits for it holds up the pacer, which would else take it again at once.
+    [[nodiscard]] std::unique_lock<std::mutex> lock_in_turn();
     // Runs `change` on one channel under the mutex and wakes the pacer; -1 when there is no such
     // channel.
     template <class Change>
@@ -77,7 +79,7 @@ class Board final : public QMAVCodec, QMCodecSystem, QMVideoEncoder, QMAudio {
     bool has_chip(int channel) const;
     Tick next_tick(uint32_t rate) const;
 
-    // Makes all frames due at `now`; returns when the next one is due.
+    // Makes the frames of the earliest moment that is due at `now`; returns when the next are due.
     int64_t produce(int64_t now);
     int64_t next_due_us() const;
     void produce_at(int64_t due);
@@ -85,6 +87,7 @@ class Board final : public QMAVCodec, QMCodecSystem, QMVideoEncoder, QMAudio {
     void produce_audio(AudioChannel& audio, int channel);
     uint64_t lose_until(int64_t time_us);
 
+    std::mutex m_turn;   // held while waiting for m_mutex
     std::mutex m_mutex;  // guards all below but the pacer
     uint32_t m_chip_mask = 0;
     bool m_pal = false;

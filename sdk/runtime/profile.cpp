@@ -97,11 +97,12 @@ const char* read_regular_file(int fd, std::string& text) {
     }
 }
 
-// The file that was read last, and how it looked then.
+// The file that was looked at last, and how it looked then.
 struct Cache {
     std::string path;
-    struct stat info;
-    bool loaded = false;
+    struct stat info;         // all zero when there is none
+    bool loaded = false;      // `profile` holds it
+    bool complained = false;  // what is wrong with it was told
     Profile profile;
 };
 
@@ -128,29 +129,27 @@ const char* read_profile_file(const char* path, struct stat& info, std::string& 
 }
 
 // Makes the cache hold the file. A file that is simply missing is no news.
-bool load(const char* path) {
+void load(const char* path) {
     Cache& c = cache();
-    c.loaded = false;
+    if (c.path != path) c.complained = false;
+    c.path = path;
+    c.info = {};
     std::string text;
     errno = 0;
     const char* why = read_profile_file(path, c.info, text);
-    if (why) {
-        const bool missing = errno == ENOENT || errno == ENOTDIR;
-        if (!missing) sim::complain("environment file '%s' is not read: %s", path, why);
-        return false;
-    }
-    c.path = path;
-    c.profile = parse(text);
-    c.loaded = true;
-    return true;
+    c.loaded = !why;
+    if (c.loaded) c.profile = parse(text);
+    if (c.loaded || errno == ENOENT || errno == ENOTDIR || c.complained) return;
+    sim::complain("environment file '%s' is not read: %s", path, why);
+    c.complained = true;
 }
 
 const Profile* profile_of(const char* path) {
     const Cache& c = cache();
     struct stat info;
-    const bool fresh =
-        c.loaded && c.path == path && stat(path, &info) == 0 && same_file(info, c.info);
-    return fresh || load(path) ? &cache().profile : nullptr;
+    if (stat(path, &info) != 0) info = {};
+    if (c.path != path || !same_file(info, c.info)) load(path);
+    return c.loaded ? &c.profile : nullptr;
 }
 
 // The value of the key, or null.
@@ -167,7 +166,11 @@ bool is_hexadecimal(const std::string& text) {
 
 }  // namespace
 
-int qm_existfile(std::string path) { return load(path.c_str()) ? 1 : 0; }
+int qm_existfile(std::string path) {
+    cache().complained = false;
+    load(path.c_str());
+    return cache().loaded ? 1 : 0;
+}
 
 int getPrivateProfileInt(const char* section, const char* key, int fallback, const char* file) {
     const std::string* value = find_value(section, key, file);

@@ -1,6 +1,7 @@
 // Reading QM_BOARD, and the stand-in's voice on standard error.
 #include "sdk/runtime/settings.h"
 
+#include <cctype>
 #include <cerrno>
 #include <cstdarg>
 #include <cstdio>
@@ -113,6 +114,9 @@ void complain(const char* format, ...) {
     va_start(args, format);
     vsnprintf(text, sizeof text, format, args);
     va_end(args);
+    // Names come from outside; a message stays one line and steers no terminal.
+    for (char* c = text; *c; ++c)
+        if (iscntrl(static_cast<unsigned char>(*c))) *c = '?';
     fprintf(stderr, "qm7105 board: %s\n", text);
 }
 

@@ -57,6 +57,7 @@ void qm_encode_worker::work(void* codec, uint32_t stream_mask, iqm_db* db,
     board->detach(this);
     while (write_oldest(store, stop)) {
     }
+    note_drops(true);
     note_refusals();
     store.end_writing();
 }
@@ -118,7 +119,7 @@ void qm_encode_worker::drop_oldest_group() {
     while (group) {
         qm_dbframe* next = group->next;
         m_waiting_bytes -= group->info.bytes;
-        ++m_dropped;
+        note_dropped_frame();
         recycle(group);
         group = next;
     }
@@ -138,7 +139,7 @@ bool qm_encode_worker::make_room(const sim::FrameInfo& info) {
 bool qm_encode_worker::deliver(qm_dbframe* frame) {
     count(frame->info);
     if (!make_room(frame->info)) {
-        ++m_dropped;
+        note_dropped_frame();
         recycle(frame);
         return false;
     }
@@ -157,7 +158,7 @@ void qm_encode_worker::end_of_batch() {
 // False when nothing waits.
 bool qm_encode_worker::write_oldest(sim::StreamDb& db, const std::atomic<uint32_t>& stop) {
     qm_dbframe* frame = m_list.pop();
-    note_drops(!frame);
+    note_drops(!frame && sim::now_us() - m_last_drop_us >= sim::US_PER_S);
     if (!frame) return false;
     pause_for_slow_disk(stop);
     if (!db.append(*frame)) ++m_refused;
@@ -175,7 +176,12 @@ void qm_encode_worker::pause_for_slow_disk(const std::atomic<uint32_t>& stop) {
     while (stop.load() == 0 && sim::now_us() < end_us) m_alarm.wait_until(end_us);
 }
 
-// One line when frames begin to be dropped, one when the worker has caught up again.
+void qm_encode_worker::note_dropped_frame() {
+    ++m_dropped;
+    m_last_drop_us = sim::now_us();
+}
+
+// One line when frames begin to be dropped, one when none was for a second and none waits.
 void qm_encode_worker::note_drops(bool caught_up) {
     const uint64_t dropped = m_dropped;
     if (dropped != m_dropped_noted && !m_dropping) {

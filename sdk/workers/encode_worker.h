@@ -34,6 +34,7 @@ class qm_encode_worker final : public sim::FrameSink {
     bool write_oldest(sim::StreamDb& db, const std::atomic<uint32_t>& stop);
     void pause_for_slow_disk(const std::atomic<uint32_t>& stop);
     void recycle(qm_dbframe* frame);
+    void note_dropped_frame();
     void note_drops(bool caught_up);
     void note_refusals();
 
@@ -52,6 +53,7 @@ class qm_encode_worker final : public sim::FrameSink {
 
     std::atomic<size_t> m_waiting_bytes{0};
     std::atomic<uint64_t> m_dropped{0};
+    std::atomic<int64_t> m_last_drop_us{0};
     // Encode thread only.
     uint64_t m_dropped_noted = 0;
     bool m_dropping = false;

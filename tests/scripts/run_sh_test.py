@@ -135,6 +135,15 @@ class OnATerminal(unittest.TestCase):
         self.assertEqual(before, terminal.settings())
         self.assertEqual([], processes_of_session(terminal.run.pid))
 
+    def test_term_puts_the_terminal_back_when_the_program_is_stopped(self):
+        def stop_and_end(terminal):
+            for process in processes_of_session(terminal.run.pid):
+                if process != terminal.run.pid:
+                    os.kill(process, signal.SIGSTOP)
+            os.kill(terminal.run.pid, signal.SIGTERM)
+
+        self.check_end(stop_and_end, 128 + signal.SIGTERM)
+
     def test_q_puts_the_terminal_back(self):
         self.check_end(lambda terminal: terminal.type("q\n"), 0)
 

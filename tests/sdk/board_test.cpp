@@ -1,7 +1,9 @@
 // The virtual board with its recording threads, through the declared interface.
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <set>
+#include <thread>
 #include <vector>
 
 #include "sdk/db/stream_db.h"
@@ -163,6 +165,24 @@ TEST_F(Board, CountsNoFramesAsLateThatAChannelWithoutAChipWouldHaveGiven) {
     step_seconds(1);
     EXPECT_EQ(sim::board_report(codec).late, 0u);
     EXPECT_EQ(sim::board_report(codec).uncollected, 31u);  // one is due at that very moment
+}
+
+TEST_F(Board, TellsOfDroppedFramesOnceAsLongAsTheyGoOn) {
+    testing::internal::CaptureStderr();
+    iqm_db* db = open_memory_db("main.ini", 512, 100'000);
+    qm_thread_encode thread;
+    start(thread, db);
+    for (int ch = 0; ch < 16; ++ch) switch_on(0, ch, 30, 15);
+    for (int i = 0; i < 5; ++i) {  // caught up for a moment in between, not for a second
+        sim::control("slow_disk_ms=1000");
+        step_seconds(8);
+        sim::control("slow_disk_ms=0");
+        sim::step_clock(500'000);
+    }
+    step_seconds(3);
+    thread.DestroyThread();
+    const std::string said = testing::internal::GetCapturedStderr();
+    EXPECT_EQ(std::count(said.begin(), said.end(), '\n'), 2) << said;
 }
 
 TEST_F(Board, GoesOnRecordingAfterASlowDiskAlsoWithoutAKeyFrameInterval) {
@@ -461,6 +481,34 @@ TEST(BoardFaults, FailMaskAndInitialisation) {
     EXPECT_EQ(codec->GetSystem()->InitAVCodec(&param), 0);
     codec->GetSystem()->ReleaseAVCodec();
     DestroyQMAVCodec(codec);
+}
+
+// Far more than any machine can do: the pacer never waits. Would not end in time if the setters had
+// to wait for it.
+TEST(BoardInRealTime, LetsTheSettersThroughWhenItFallsBehind) {
+    testing::internal::CaptureStderr();
+    sim::control("speed=1000");
+    QMAVCodec* codec = nullptr;
+    ASSERT_EQ(CreateQMAVCodec(&codec), 0);
+    codec->GetSystem()->SetChipEnableMask(15);
+    _QM_AVCODEC_INIT_PARAM param = {};
+    codec->GetSystem()->InitAVCodec(&param);
+    QMVideoEncoder* encoder = codec->GetVideoEncoder();
+    qm_thread_encode thread;
+    thread.db = open_memory_db("main.ini");
+    thread.CreateThread(as_argument(codec), 0);
+    for (int ch = 0; ch < 16; ++ch) {
+        encoder->SetResolution(0, ch, 4);
+        encoder->SetQP(0, ch, 0);
+        encoder->SetChannelEnable(0, ch, 1);
+    }
+    while (sim::board_report(codec).delivered < 1000) std::this_thread::yield();
+    for (uint8_t i = 0; i < 200; ++i) encoder->SetQP(0, i % 16, i % 2);
+    for (int ch = 0; ch < 16; ++ch) encoder->SetChannelEnable(0, ch, 0);
+    thread.DestroyThread();
+    codec->GetSystem()->ReleaseAVCodec();
+    DestroyQMAVCodec(codec);
+    testing::internal::GetCapturedStderr();
 }
 
 // On the real clock: a second's worth of frames, with room for a slow machine.

@@ -44,7 +44,7 @@ TEST(FrameList, GivesTheRecordsBackInOrder) {
 
 TEST(FrameList, TakesTheOldestGroupOutFromBetweenTheOthers) {
     qm_list<qm_dbframe> list;
-    qm_dbframe frames[] = {frame(IDR, 0, 1), frame(IDR, 1, 2), frame(P, 0, 3),  frame(AUDIO, 0, 4),
+    qm_dbframe frames[] = {frame(IDR, 0, 1), frame(IDR, 1, 2), frame(P, 0, 3),   frame(AUDIO, 0, 4),
                            frame(P, 1, 5),   frame(P, 0, 6),   frame(IDR, 0, 7), frame(P, 0, 8)};
     for (auto& f : frames) list.push(&f);
     bool more = false;

@@ -131,7 +131,8 @@ TEST_F(MemoryDb, IsSharedByItsPath) {
 
 TEST_F(MemoryDb, CannotBePlayedBackWhenNothingIsRecorded) {
     EXPECT_FALSE(open(create(), "a", 0));
-    said = "qm7105 board: database 'a' is not opened: nothing is recorded in memory under that name\n";
+    said =
+        "qm7105 board: database 'a' is not opened: nothing is recorded in memory under that name\n";
 }
 
 TEST_F(MemoryDb, HasOneRecorderAPath) {
@@ -229,7 +230,8 @@ TEST_F(MemoryDb, GivesUpTheOldestOfManyThatWereLeftOpenAndSaysSo) {
         sim::StreamDb::of(db)->end_writing();
     }
     EXPECT_EQ(sim::open_databases(), 1);
-    said = "qm7105 board: database '1': 1 records in memory are given up, nobody asked for them again\n";
+    said =
+        "qm7105 board: database '1': 1 records in memory are given up, nobody asked for them again\n";
 }
 
 TEST_F(MemoryDb, LeavesARunningRecorderAloneWhenAnotherIsCreatedOverItsPointer) {

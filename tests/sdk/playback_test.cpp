@@ -169,7 +169,7 @@ TEST_F(Playback, GoesOnBehindTheStepsOfNextFrame) {
     ask(PB_STATE_FORWARD);
     step_seconds(5);
     EXPECT_EQ(total(0), 120);
-    EXPECT_EQ(total(1), 60);  // from the key frame 60 on
+    EXPECT_EQ(total(1), 60);                                    // from the key frame 60 on
     EXPECT_LE(sim::playback_report(player).audio_frames, 51u);  // none of the first 2 seconds
 }
 

@@ -9,6 +9,7 @@
 #include <algorithm>
 #include <climits>
 #include <filesystem>
+#include <fstream>
 #include <functional>
 #include <string>
 #include <vector>
@@ -377,6 +378,21 @@ TEST_F(Profile, AChangedFileIsReadAgain) {
     file_of("[GENERAL]\nk=brand new\n");
     EXPECT_NE(qm_existfile(file), 0);
     EXPECT_EQ(text_of(file, "k"), "brand new");
+}
+
+TEST_F(Profile, AFileThatGoesBadWhileItIsReadIsToldOnce) {
+    const std::string file = file_of("[GENERAL]\nk=1\n");
+    const std::string huge(2 << 20, ';');
+    const std::string errors = errors_of([&] {
+        EXPECT_NE(qm_existfile(file), 0);
+        for (int i = 0; i < 5; ++i) {
+            std::ofstream(file) << huge;
+            EXPECT_EQ(number_of(file, "k", 7), 7);
+            std::ofstream(file) << "[GENERAL]\nk=1" << i << "\n";
+            EXPECT_EQ(number_of(file, "k", 7), 10 + i);
+        }
+    });
+    EXPECT_EQ(std::ranges::count(errors, '\n'), 1) << errors;
 }
 
 TEST_F(Profile, TwoFilesMayBeReadInTurns) {

@@ -13,8 +13,8 @@ TEST(PictureSize, IsThatOfTheResolutionCodeAndFormat) {
         uint32_t code;
         int width, ntsc_height, pal_height;
     };
-    const Row rows[] = {{0, 176, 120, 144}, {1, 352, 240, 288}, {2, 352, 480, 576},
-                        {3, 704, 480, 576}, {4, 1280, 720, 720}, {5, 704, 480, 576},
+    const Row rows[] = {{0, 176, 120, 144},         {1, 352, 240, 288},  {2, 352, 480, 576},
+                        {3, 704, 480, 576},         {4, 1280, 720, 720}, {5, 704, 480, 576},
                         {0xFFFFFFFF, 704, 480, 576}};
     for (const Row& row : rows) {
         EXPECT_EQ(sim::picture_size(row.code, false).width, row.width);
@@ -25,8 +25,8 @@ TEST(PictureSize, IsThatOfTheResolutionCodeAndFormat) {
 }
 
 TEST(ConstantQuantiser, FollowsItsFormula) {
-    const sim::PictureSize d1 = {704, 480};  // 337920 pixels
-    EXPECT_EQ(sim::constant_quantiser_bytes(d1, 27, false, false), 3520u);       // / 12 / 8
+    const sim::PictureSize d1 = {704, 480};                                 // 337920 pixels
+    EXPECT_EQ(sim::constant_quantiser_bytes(d1, 27, false, false), 3520u);  // / 12 / 8
     EXPECT_EQ(sim::constant_quantiser_bytes(d1, 27, true, false), 6 * 3520u);
     EXPECT_EQ(sim::constant_quantiser_bytes(d1, 27, true, true), 12 * 3520u);
     EXPECT_EQ(sim::constant_quantiser_bytes(d1, 33, false, false), 1760u);  // half at 6 more
@@ -56,7 +56,8 @@ std::vector<uint32_t> sizes_of(uint32_t bitrate, uint32_t rate, uint32_t group) 
 TEST(ConstantBitRate, HoldsWithinOnePerCentOverEveryTwoSeconds) {
     for (const uint32_t bitrate : {64'000u, 512'000u, 2'048'000u, 8'000'000u, 50'000'000u})
         for (const uint32_t rate : {1u, 2u, 3u, 7u, 12u, 15u, 25u, 29u, 30u})
-            for (const uint32_t group : {0u, 1u, 2u, 3u, 7u, 15u, 25u, 29u, 30u, 50u, 60u, 250u, 5000u}) {
+            for (const uint32_t group :
+                 {0u, 1u, 2u, 3u, 7u, 15u, 25u, 29u, 30u, 50u, 60u, 250u, 5000u}) {
                 const std::vector<uint32_t> sizes = sizes_of(bitrate, rate, group);
                 const double wanted = bitrate / 8.0 * 2;
                 for (size_t at = 0; at + 2 * rate <= sizes.size(); ++at) {

@@ -28,8 +28,9 @@ TEST(Settings, AreNeutralByDefault) {
 
 TEST(Settings, TakeEveryName) {
     sim::Settings s;
-    EXPECT_EQ(complaints_of(s, " seed=7  speed=10\tdrop=5 slow_disk_ms=20 fail.create=1 "
-                               "fail.mask=1 fail.init=1 fail.open=1 "),
+    EXPECT_EQ(complaints_of(s,
+                            " seed=7  speed=10\tdrop=5 slow_disk_ms=20 fail.create=1 "
+                            "fail.mask=1 fail.init=1 fail.open=1 "),
               "");
     EXPECT_EQ(s.seed, 7u);
     EXPECT_EQ(s.speed, 10);
@@ -71,6 +72,12 @@ TEST(Settings, SayOneLineOfABadValueAndKeepTheOldOne) {
         EXPECT_EQ(s.drop_percent, 0);
         EXPECT_FALSE(s.fail_open.strikes());
     }
+}
+
+TEST(Complaint, IsOneLineThatSteersNoTerminal) {
+    testing::internal::CaptureStderr();
+    sim::complain("file '%s'", "a\nb\x1b[2Jc\x7f");
+    EXPECT_EQ(testing::internal::GetCapturedStderr(), "qm7105 board: file 'a?b?[2Jc?'\n");
 }
 
 TEST(Settings, SayOneLineOfAWordWithoutAValue) {

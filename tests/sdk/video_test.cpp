@@ -27,7 +27,8 @@ std::vector<uint8_t> payload_of(const sim::FrameInfo& info, uint64_t seed) {
 TEST(Payload, CarriesItsNamesInTheHeader) {
     const std::vector<uint8_t> bytes = payload_of(names(), 1);
     const std::vector<uint8_t> head(bytes.begin(), bytes.begin() + 16);
-    EXPECT_EQ(head, (std::vector<uint8_t>{'Q', 'M', 'F', '1', 0, 3, 7, 0, 4, 3, 2, 1, 0xEB, 3, 0, 0}));
+    EXPECT_EQ(head,
+              (std::vector<uint8_t>{'Q', 'M', 'F', '1', 0, 3, 7, 0, 4, 3, 2, 1, 0xEB, 3, 0, 0}));
 }
 
 TEST(Payload, IsAFunctionOfSeedAndNamesAlone) {

@@ -10,6 +10,7 @@
 #include <cstdio>
 #include <cstring>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include <gtest/gtest.h>
@@ -480,6 +481,26 @@ TEST(Getch, TakesAnOutputThatNobodyReadsForTheEndOfInput) {
             }
             __fpurge(stdout);
         });
+    });
+}
+
+TEST(Getch, WaitsOnAnInputThatIsSetToNonBlocking) {
+    run_console("", [] {
+        int ends[2];
+        ASSERT_EQ(pipe(ends), 0);
+        fcntl(ends[0], F_SETFL, O_NONBLOCK);
+        dup2(ends[0], STDIN_FILENO);
+        std::thread writer([&] {
+            usleep(20'000);
+            EXPECT_EQ(write(ends[1], "m", 1), 1);
+            usleep(20'000);
+            close(ends[1]);
+        });
+        EXPECT_EQ(getch(), 'm');
+        EXPECT_FALSE(input_ended());
+        EXPECT_EQ(getch(), EOF);
+        EXPECT_TRUE(input_ended());
+        writer.join();
     });
 }
 
