@@ -498,12 +498,12 @@ TEST(BoardInRealTime, LetsTheSettersThroughWhenItFallsBehind) {
     thread.db = open_memory_db("main.ini");
     thread.CreateThread(as_argument(codec), 0);
     for (int ch = 0; ch < 16; ++ch) {
-        encoder->SetResolution(0, ch, 4);
+        encoder->SetResolution(0, ch, 3);
         encoder->SetQP(0, ch, 0);
         encoder->SetChannelEnable(0, ch, 1);
     }
-    while (sim::board_report(codec).delivered < 1000) std::this_thread::yield();
-    for (uint8_t i = 0; i < 200; ++i) encoder->SetQP(0, i % 16, i % 2);
+    while (sim::board_report(codec).delivered < 300) std::this_thread::yield();
+    for (uint8_t i = 0; i < 50; ++i) encoder->SetQP(0, i % 16, i % 2);
     for (int ch = 0; ch < 16; ++ch) encoder->SetChannelEnable(0, ch, 0);
     thread.DestroyThread();
     codec->GetSystem()->ReleaseAVCodec();
