@@ -94,7 +94,7 @@ for argument in "$@"; do
     esac
 done
 environment=$(realpath -m -- "${environment:-$root/demo/qm7105.ini}")
-[ -e "$environment" ] || fail "no such environment file: $environment"
+[ -f "$environment" ] || fail "no such environment file: $environment"
 
 if [ -n "$tour" ]; then need "command -v python3" python3 "types the tour"; fi
 build_program
