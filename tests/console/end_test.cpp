@@ -50,10 +50,16 @@ const Stop STOPS[] = {
     {"SearchSetdbAfterAChoice", "MAIN\nSEARCH\nSETDB\n1\n",
      SEARCH_OPEN + setdb_screen("MAIN(0)") + "\n" + setdb_screen("DUAL(1)") +
          "\nSelected Decode DB Stream : 1\nDecode DB Stream : 1, Type : 2\n" + SEARCH + SEARCH_END},
+    {"SearchSetdbAfterAnEmptyLine", "MAIN\nSEARCH\nSETDB\n\n",
+     SEARCH_OPEN + setdb_screen("MAIN(0)") + "\n" + setdb_screen("MAIN(0)") +
+         "\nSelected Decode DB Stream : 0\n" + SEARCH + SEARCH_END},
     {"SearchSetup", "MAIN\nSEARCH\nSETUP\n",
      SEARCH_OPEN + SETUP_HELP + SETUP + SEARCH + SEARCH_END},
     {"SearchStatusSet", "MAIN\nSEARCH\nSTATUS\nSET\n",
      SEARCH_OPEN + STATUS_HELP + STATUS + set_screen() + "\n" + STATUS + SEARCH + SEARCH_END},
+    {"SearchStatusSetMain", "MAIN\nSEARCH\nSTATUS\nSET\n1\n",
+     SEARCH_OPEN + STATUS_HELP + STATUS + set_screen() + "\n" + SET_MAIN + "\n" + set_screen() +
+         "\n" + STATUS + SEARCH + SEARCH_END},
     {"Encoding", "MAIN\nENCODE 0\nENCODE 2\n",
      MAIN_OPEN + "Encode DB Stream : qmdatabase/qmdatabase.ini, Type : 2\n" + MAIN +
          "Encode DB Stream(Dual) : dual_stream/qmdatabase.ini, Type : 2\n"

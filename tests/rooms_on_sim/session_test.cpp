@@ -19,6 +19,7 @@
 #include "searchwork/search_reports.h"
 #include "statuswork/status_thread.h"
 #include "tests/support/console.h"
+#include "tests/support/report_text.h"
 
 namespace {
 
@@ -119,6 +120,37 @@ TEST_F(Session, SearchesBeforeAnythingWasEncoded) {
     const std::string out = run("search\npb 4\npb 5\npb\nexit\nexit\n");
     EXPECT_TRUE(contains(out, "Decode DB Stream : 0, Type : 2\n"));
     EXPECT_TRUE(contains(out, "SEARCH>"));
+}
+
+TEST_F(Session, ReportsNothingPlayedBeforeAnythingWasEncoded) {
+    const std::string idle = "\nSearch Status\n" + RATE_HEADING + search_rows() + RATE_RULE +
+                             "TIME:0, DEC Frame:0, BUF Count:0\n" + RATE_END +
+                             idr_table("\nSearch IDR Status\n", CELLS_07, CELLS_00);
+    const auto reports = [] {
+        std::string rate = "old", idr = "old";
+        app_searchwork_getstatus_string(&rate);
+        app_searchwork_get_idr_status_string(&idr);
+        return rate + idr;
+    };
+    output_of([&] {
+        open_codec();
+        _l_stDec.thread = new qm_thread_decode;
+        EXPECT_EQ(app_searchwork_open_search_db(DEC_STREAM_MAIN), 1);
+        EXPECT_EQ(_l_stDec.db, nullptr);
+        qm_thread_decode& thread = *_l_stDec.thread.load();
+        start_playback(thread);
+        thread.SetPBState(PB_STATE_FORWARD);
+        EXPECT_EQ(escaped(reports()), escaped(idle));
+        // A number that is no stream leaves a stopped object in the record.
+        char setdb[] = "SETDB", five[] = "5";
+        char* words[] = {setdb, five};
+        searchwork_set_db(2, words);
+        EXPECT_EQ(escaped(reports()), escaped(idle));
+        thread.DestroyThread();
+        delete _l_stDec.thread.exchange(nullptr);
+        EXPECT_EQ(reports(), "");
+        close_codec();
+    });
 }
 
 TEST_F(Session, SurvivesARefusedSearchWhenNoDatabaseWasEverOpened) {
@@ -224,6 +256,36 @@ TEST_F(Session, BuildsSearchReportsWhileSearchIsEnteredAndLeft) {
     stop = true;
     reports.join();
     EXPECT_GT(built, 0);
+}
+
+// The clock runs as fast as the board can follow, so that the status thread is never at rest.
+TEST_F(Session, PrintsWholeReportsWhileSearchIsEnteredAndLeft) {
+    sim::use_stepped_clock(1'700'000'000'000'000);
+    for (auto& stream : env.venc)
+        for (auto& unit : stream) unit.framerate = 1;
+    std::atomic<bool> stop{false};
+    std::thread clock([&stop] {
+        while (!stop) sim::step_clock(1'000'000);
+    });
+    std::string script = "encode 0\nencode 2\nstatus\nset\nt f00030f 0\n9\nrun\nexit\n";
+    for (int i = 0; i < 100; ++i) script += "search\npb 4\nsetdb 1\nsetdb 0\nsetdb 5\nexit\n";
+    int printed = 0;
+    for (int round = 0; round < 50 && printed == 0; ++round) {
+        const std::string out = run(script + "exit\n");
+        printed = count_of(out, "\nSearch Status\n");
+        EXPECT_EQ(count_of(out, "\nSearch Status\n" + RATE_HEADING + " 0 "), printed);
+        EXPECT_EQ(count_of(out, ", BUF Count:"), printed);
+        EXPECT_EQ(count_of(out, " !!  Status thread is running  !!\n"), 1);
+        EXPECT_EQ(count_of(out, " !! Status thread is stopped !!\n"), 1);
+        const size_t farewell = out.find(" !! Status thread is stopped !!\n");
+        ASSERT_NE(farewell, std::string::npos);
+        EXPECT_EQ(escaped(out.substr(farewell)),
+                  escaped(" !! Status thread is stopped !!\nRelease ReleaseAVCodec - Begin\n"
+                          "Release ReleaseAVCodec - End\nDestroy QM AV Codec.\n"));
+    }
+    stop = true;
+    clock.join();
+    EXPECT_GT(printed, 0);
 }
 
 TEST_F(Session, BuildsEncodeReportsWhileEncodersStartAndStop) {

@@ -264,6 +264,24 @@ TEST_F(SearchDb, LeavesCleanlyAfterADatabaseThatFailedToOpen) {
     expect_nothing_left();
 }
 
+TEST_F(SearchDb, StartsOnTheEnvironmentsStreamWhenItIsEnteredAgain) {
+    const std::string expected =
+        escaped("Decode DB Stream : 0, Type : 0\n" + SEARCH_HELP + "SEARCH>");
+    const std::string plain_visit = calls({BEGIN, OPEN_MAIN, START, STOP, END, CLOSE});
+
+    visit("setdb 1\nexit\n");
+    fake().take_journal();
+    EXPECT_EQ(expected, visit("exit\n"));
+    EXPECT_EQ(plain_visit, journal());
+
+    fake().open_results = {1, 0};
+    visit("setdb 1\npb 4\nexit\n");
+    fake().take_journal();
+    EXPECT_EQ(expected, visit("exit\n"));
+    EXPECT_EQ(plain_visit, journal());
+    expect_nothing_left();
+}
+
 TEST_F(SearchDb, SwitchesBackAfterADatabaseThatFailedToOpen) {
     fake().open_results = {1, 0};
     visit("setdb 1\nsetdb 0\nexit\n");

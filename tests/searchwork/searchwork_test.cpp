@@ -1,6 +1,9 @@
 // The SEARCH menu: who may enter it, what entering and leaving it calls, and nothing more.
 #include "searchwork/searchwork.h"
 
+#include <chrono>
+#include <thread>
+
 #include "mainwork/encode.h"
 #include "mainwork/private_zone.h"
 #include "searchwork/playback.h"
@@ -165,6 +168,24 @@ TEST_F(SearchMenu, DestroysTheDatabaseThatFailedToOpenAndEntersNoMenu) {
                       "PostOpen 0", "delete decode", "Close", "qm_db_destroy"}}),
               journal());
     expect_nothing_left();
+}
+
+TEST_F(SearchMenu, DeletesThePlaybackThreadAfterTheLastReportOnIt) {
+    qm_thread_decode placeholder;  // the record is empty again only when the menu is left
+    _l_stDec.thread = &placeholder;
+    std::atomic<bool> begun{false};
+    std::thread report([&] {
+        PlaybackReader reader;
+        begun = true;
+        while (_l_stDec.thread) std::this_thread::yield();
+        // Time for a menu that does not wait.
+        std::this_thread::sleep_for(std::chrono::milliseconds(50));
+        EXPECT_EQ(3, fake().objects_alive);  // the codec, the placeholder, the playback thread
+    });
+    while (!begun) std::this_thread::yield();
+    search("EXIT\n");
+    report.join();
+    EXPECT_EQ(2, fake().objects_alive);
 }
 
 TEST_F(SearchMenu, CanBeEnteredAgain) {
