@@ -87,8 +87,9 @@ int Board::InitAVCodec(_QM_AVCODEC_INIT_PARAM* param) {
         m_pal = param->video_format != 0;
         m_start_us = now_us();
         for (auto& stream : m_video)
-            for (EncoderChannel& channel : stream) channel.set_format(m_pal);
-        lose_until(now_us());  // channels that were on already begin now
+            for (EncoderChannel& channel : stream)
+                channel.set_format(m_pal, next_tick(frame_rate_limit(m_pal)));
+        lose_until(now_us());  // audio channels that were on already begin now
     }
     m_pacer.CreateThread(nullptr, 0);
     return OK;

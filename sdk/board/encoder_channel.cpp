@@ -34,8 +34,9 @@ void EncoderChannel::place(uint8_t stream, uint8_t channel) {
     m_channel = channel;
 }
 
-void EncoderChannel::set_format(bool pal) {
+void EncoderChannel::set_format(bool pal, const Tick& next) {
     m_pal = pal;
+    if (m_on) m_ticker.start(next, rate());
     restart_rate_control();
 }
 
@@ -159,8 +160,10 @@ void EncoderChannel::lose() {
 
 uint32_t EncoderChannel::lose_until(int64_t time_us) {
     const uint32_t lost = m_ticker.advance_to(time_us);
+    if (lost == 0) return 0;
     m_number += lost;
-    if (lost > 0) m_key_wanted = true;
+    m_last_us = m_ticker.previous_us();
+    m_key_wanted = true;
     return lost;
 }
 

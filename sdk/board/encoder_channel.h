@@ -29,16 +29,19 @@ class Ticker {
         m_rate = rate;
         m_count = 0;
     }
-    int64_t due_us() const {
-        if (m_rate == 0) return NEVER;
-        return m_first.start_us + (m_first.count * m_rate + m_count * m_first.rate) * US_PER_S /
-                                      (m_first.rate * m_rate);
-    }
+    int64_t due_us() const { return m_rate == 0 ? NEVER : at_us(m_count); }
+    // When the event before was due; not at rate 0.
+    int64_t previous_us() const { return at_us(m_count - 1); }
     void advance() { ++m_count; }
     // Passes over what is due before `time_us`; returns how many that were.
     uint32_t advance_to(int64_t time_us);
 
   private:
+    int64_t at_us(int64_t count) const {
+        const int64_t passed = (m_first.count * m_rate + count * m_first.rate) * US_PER_S;
+        return m_first.start_us + passed / (m_first.rate * m_rate);
+    }
+
     Tick m_first;
     int64_t m_rate = 0;
     int64_t m_count = 0;
@@ -54,7 +57,7 @@ struct PrivateZone {
 class EncoderChannel {
   public:
     void place(uint8_t stream, uint8_t channel);
-    void set_format(bool pal);
+    void set_format(bool pal, const Tick& next);
 
     // Switching on starts frame 0, a key frame, at `first`.
     void switch_on(const Tick& first);

@@ -16,7 +16,7 @@ class FrameSink {
     // A finished frame; the sink owns it from here on. False when it had to be dropped and the next
     // frame of its channel must be a key frame.
     virtual bool deliver(qm_dbframe* frame) = 0;
-    // No further frame is due at present.
+    // The frames of one moment were delivered.
     virtual void end_of_batch() = 0;
 
   protected:

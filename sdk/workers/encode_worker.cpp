@@ -57,7 +57,7 @@ void qm_encode_worker::work(void* codec, uint32_t stream_mask, iqm_db* db,
     board->detach(this);
     while (write_oldest(store, stop)) {
     }
-    note_drops(true);
+    note_drops(true, true);
     note_refusals();
     store.end_writing();
 }
@@ -158,7 +158,7 @@ void qm_encode_worker::end_of_batch() {
 // False when nothing waits.
 bool qm_encode_worker::write_oldest(sim::StreamDb& db, const std::atomic<uint32_t>& stop) {
     qm_dbframe* frame = m_list.pop();
-    note_drops(!frame && sim::now_us() - m_last_drop_us >= sim::US_PER_S);
+    note_drops(!frame, false);
     if (!frame) return false;
     pause_for_slow_disk(stop);
     if (!db.append(*frame)) ++m_refused;
@@ -177,18 +177,20 @@ void qm_encode_worker::pause_for_slow_disk(const std::atomic<uint32_t>& stop) {
 }
 
 void qm_encode_worker::note_dropped_frame() {
-    ++m_dropped;
     m_last_drop_us = sim::now_us();
+    ++m_dropped;
 }
 
-// One line when frames begin to be dropped, one when none was for a second and none waits.
-void qm_encode_worker::note_drops(bool caught_up) {
-    const uint64_t dropped = m_dropped;
+// One line when frames begin to be dropped, one when none waits and none was dropped for a second,
+// or when the thread ends.
+void qm_encode_worker::note_drops(bool none_waits, bool ends) {
+    const uint64_t dropped = m_dropped;  // before the time: the drop that is counted has set it
     if (dropped != m_dropped_noted && !m_dropping) {
         sim::complain("%s: the database is too slow, waiting frames are being dropped", m_name);
         m_dropping = true;
     }
-    if (!m_dropping || !caught_up) return;
+    const bool over = ends || (none_waits && sim::now_us() - m_last_drop_us >= sim::US_PER_S);
+    if (!m_dropping || !over) return;
     sim::complain("%s: the database has caught up, %llu frames were dropped", m_name,
                   static_cast<unsigned long long>(dropped - m_dropped_noted));
     m_dropped_noted = dropped;

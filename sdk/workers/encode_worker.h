@@ -35,7 +35,7 @@ class qm_encode_worker final : public sim::FrameSink {
     void pause_for_slow_disk(const std::atomic<uint32_t>& stop);
     void recycle(qm_dbframe* frame);
     void note_dropped_frame();
-    void note_drops(bool caught_up);
+    void note_drops(bool none_waits, bool ends);
     void note_refusals();
 
     const char* const m_name;

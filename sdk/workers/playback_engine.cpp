@@ -131,12 +131,21 @@ void qm_playback_engine::take_request() {
     m_steps += request.steps;
     if (request.forward && m_at_end) rewind();
     if (request.control == m_control) return;
+    if (!m_db) {
+        m_control = request.control;
+        return;
+    }
     anchor_at(reached_us());
     const uint32_t switched_off = m_control.channels & ~request.control.channels;
     for (int ch = 0; ch < QMCODEC_CHANNELS; ++ch)
         if (has_bit(switched_off, ch)) m_key_needed[ch] = true;
     m_control = request.control;
     put_back();
+    // What was passed over ahead of its time is looked at again: it may be wanted now.
+    sim::FrameInfo info;
+    while (m_anchored && m_scan > m_db->first() && m_db->info(m_scan - 1, info) &&
+           info.time_us > m_anchor_record_us)
+        --m_scan;
 }
 
 int64_t qm_playback_engine::run_once() {
@@ -162,9 +171,17 @@ void qm_playback_engine::anchor_at(int64_t recorded_us) {
     m_anchor_us = sim::now_us();
 }
 
-int64_t qm_playback_engine::due_us() const {
-    const int64_t recorded = m_ahead.info.time_us - m_anchor_record_us;
-    return m_anchor_us + recorded * LADDER[NORMAL_RUNG] / LADDER[m_control.rung];
+int64_t qm_playback_engine::due_us(int64_t recorded_us) const {
+    const int64_t ahead = recorded_us - m_anchor_record_us;
+    return m_anchor_us + ahead * LADDER[NORMAL_RUNG] / LADDER[m_control.rung];
+}
+
+// Frames that are passed over take their time as well: the end of what is recorded is reached when
+// its last record is due.
+int64_t qm_playback_engine::end_due_us() {
+    sim::FrameInfo last;
+    const bool timed = m_anchored && m_scan > 0 && m_db->info(m_scan - 1, last);
+    return timed ? due_us(last.time_us) : 0;
 }
 
 int64_t qm_playback_engine::play() {
@@ -174,6 +191,7 @@ int64_t qm_playback_engine::play() {
             m_db->watch(&m_alarm);
             const bool live = m_db->writing();
             if (!fetch_ahead()) {
+                if (end_due_us() > sim::now_us()) return end_due_us();
                 m_anchored = false;  // what arrives is played when it arrives
                 if (!live) stop_at_end();
                 return sim::NEVER;
@@ -182,7 +200,8 @@ int64_t qm_playback_engine::play() {
         m_db->watch(nullptr);
         if (!m_anchored) anchor_at(m_ahead.info.time_us);
         m_anchored = true;
-        if (due_us() > sim::now_us()) return due_us();
+        const int64_t due = due_us(m_ahead.info.time_us);
+        if (due > sim::now_us()) return due;
         m_owner.frame_list.pop();
         m_is_ahead = false;
         deliver(m_ahead, m_ahead_number);
@@ -257,23 +276,29 @@ void qm_playback_engine::step() {
     skip_what_the_ring_dropped();
     uint32_t missing = m_control.channels;
     uint64_t furthest_back = m_db->end();
-    int64_t latest_us = 0;
+    int64_t earliest_us = sim::NEVER;
+    uint32_t passed_over = 0;
     sim::FrameInfo info;
     for (uint64_t n = m_scan; missing != 0 && n < m_db->end(); ++n) {
         if (!m_db->info(n, info) || info.kind == sim::FrameKind::audio) continue;
         const int ch = info.channel;
-        if (!has_bit(missing, ch) || !plays(info, n) || !decodable(info)) continue;
+        if (!has_bit(missing, ch) || !plays(info, n)) continue;
+        if (!decodable(info)) {
+            passed_over |= 1u << ch;
+            continue;
+        }
         if (!m_db->read(n, m_ahead)) continue;
         deliver(m_ahead, n);
         missing &= ~(1u << ch);
         furthest_back = std::min(furthest_back, n + 1);
-        latest_us = std::max(latest_us, info.time_us);
+        earliest_us = std::min(earliest_us, info.time_us);
     }
     if (missing == m_control.channels) return;  // nothing is left to give
     for (int ch = 0; ch < QMCODEC_CHANNELS; ++ch)
-        if (!has_bit(m_control.channels, ch)) m_key_needed[ch] = true;
+        if (!has_bit(m_control.channels, ch) || has_bit(passed_over & missing, ch))
+            m_key_needed[ch] = true;
     m_scan = std::max(m_scan, furthest_back);
-    anchor_at(latest_us);
+    anchor_at(earliest_us);
     m_anchored = true;
 }
 

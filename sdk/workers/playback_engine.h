@@ -64,7 +64,8 @@ class qm_playback_engine {
     void stop_at_end();
     int64_t reached_us() const;
     void anchor_at(int64_t recorded_us);
-    int64_t due_us() const;
+    int64_t due_us(int64_t recorded_us) const;
+    int64_t end_due_us();
 
     qm_thread_decode& m_owner;
     sim::Alarm& m_alarm;

@@ -34,15 +34,15 @@ const Stop STOPS[] = {
     {"Setup", "MAIN\nSETUP\n", MAIN_OPEN + SETUP_HELP + SETUP + MAIN + MAIN_END},
     {"Status", "MAIN\nSTATUS\n", STATUS_OPEN + MAIN + MAIN_END},
     {"Set", "MAIN\nSTATUS\nSET\n", SET_OPEN + "\n" + STATUS_END},
-    {"SetMain", "MAIN\nSTATUS\nSET\n1\n", SET_OPEN + "\n" + SET_MAIN + SET_ITEM_END},
-    {"SetDual", "MAIN\nSTATUS\nSET\n2\n", SET_OPEN + "\n" + SET_DUAL + SET_ITEM_END},
-    {"SetAudio", "MAIN\nSTATUS\nSET\n3\n", SET_OPEN + "\n" + SET_AUDIO + SET_ITEM_END},
-    {"SetJpeg", "MAIN\nSTATUS\nSET\n4\n", SET_OPEN + "\n" + SET_JPEG + SET_ITEM_END},
-    {"SetPreview", "MAIN\nSTATUS\nSET\n5\n", SET_OPEN + "\n" + SET_PREVIEW + SET_ITEM_END},
-    {"SetThird", "MAIN\nSTATUS\nSET\n6\n", SET_OPEN + "\n" + SET_DUAL + SET_ITEM_END},
-    {"SetFourth", "MAIN\nSTATUS\nSET\n7\n", SET_OPEN + "\n" + SET_DUAL + SET_ITEM_END},
+    {"SetMain", "MAIN\nSTATUS\nSET\n1\n", SET_OPEN + "\n" + MAIN_STREAM_MENU + SET_ITEM_END},
+    {"SetDual", "MAIN\nSTATUS\nSET\n2\n", SET_OPEN + "\n" + DUAL_STREAM_MENU + SET_ITEM_END},
+    {"SetAudio", "MAIN\nSTATUS\nSET\n3\n", SET_OPEN + "\n" + AUDIO_STREAM_MENU + SET_ITEM_END},
+    {"SetJpeg", "MAIN\nSTATUS\nSET\n4\n", SET_OPEN + "\n" + JPEG_STREAM_MENU + SET_ITEM_END},
+    {"SetPreview", "MAIN\nSTATUS\nSET\n5\n", SET_OPEN + "\n" + PREVIEW_STREAM_MENU + SET_ITEM_END},
+    {"SetThird", "MAIN\nSTATUS\nSET\n6\n", SET_OPEN + "\n" + DUAL_STREAM_MENU + SET_ITEM_END},
+    {"SetFourth", "MAIN\nSTATUS\nSET\n7\n", SET_OPEN + "\n" + DUAL_STREAM_MENU + SET_ITEM_END},
     {"SetMainAfterAnEmptyLine", "MAIN\nSTATUS\nSET\n1\n\n",
-     SET_OPEN + "\n" + SET_MAIN + "\n" + SET_ITEM_END},
+     SET_OPEN + "\n" + MAIN_STREAM_MENU + "\n" + SET_ITEM_END},
     {"Search", "MAIN\nSEARCH\n", SEARCH_OPEN + SEARCH_END},
     {"SearchSetdb", "MAIN\nSEARCH\nSETDB\n",
      SEARCH_OPEN + setdb_screen("MAIN(0)") + "\nSelected Decode DB Stream : 0\n" + SEARCH +
@@ -58,8 +58,8 @@ const Stop STOPS[] = {
     {"SearchStatusSet", "MAIN\nSEARCH\nSTATUS\nSET\n",
      SEARCH_OPEN + STATUS_HELP + STATUS + set_screen() + "\n" + STATUS + SEARCH + SEARCH_END},
     {"SearchStatusSetMain", "MAIN\nSEARCH\nSTATUS\nSET\n1\n",
-     SEARCH_OPEN + STATUS_HELP + STATUS + set_screen() + "\n" + SET_MAIN + "\n" + set_screen() +
-         "\n" + STATUS + SEARCH + SEARCH_END},
+     SEARCH_OPEN + STATUS_HELP + STATUS + set_screen() + "\n" + MAIN_STREAM_MENU + "\n" +
+         set_screen() + "\n" + STATUS + SEARCH + SEARCH_END},
     {"Encoding", "MAIN\nENCODE 0\nENCODE 2\n",
      MAIN_OPEN + "Encode DB Stream : qmdatabase/qmdatabase.ini, Type : 2\n" + MAIN +
          "Encode DB Stream(Dual) : dual_stream/qmdatabase.ini, Type : 2\n"
@@ -142,7 +142,7 @@ TEST_F(OutputEnds, ThePipeClosesWhileEncoding) {
 }
 
 TEST_F(OutputEnds, ThePipeClosesInsideADialogue) {
-    stop_reading_after("MAIN\nSTATUS\nSET\n1\n", SET_MAIN);
+    stop_reading_after("MAIN\nSTATUS\nSET\n1\n", MAIN_STREAM_MENU);
 }
 
 TEST_F(TerminalHangsUp, AtTheTopLevel) { hang_up_after("", TOP); }

@@ -28,12 +28,12 @@ void Session::check(const std::string& input, const std::string& expected) {
 }
 
 void Session::check_top(const std::string& input, const std::string& expected) {
-    check(input, texts::TOP_HELP + texts::TOP + expected + texts::FAREWELL);
+    check(input, TOP_HELP + texts::TOP + expected + texts::FAREWELL);
 }
 
 void Session::check_main(const std::string& input, const std::string& expected) {
     check_top("MAIN\n" + input + "EXIT\nQ\n",
-              texts::MAIN_HELP + texts::MAIN + expected + texts::MAIN_CLOSING + texts::TOP);
+              MAIN_HELP + texts::MAIN + expected + texts::MAIN_CLOSING + texts::TOP);
 }
 
 std::string after_banner(const std::string& output) {

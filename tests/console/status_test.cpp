@@ -56,39 +56,40 @@ TEST_P(StatusMenu, SetChangesNothingWhenAMaskIsMissing) {
 
 TEST_P(StatusMenu, SetMainStreamTakesFourOptions) {
     check_set("1\n0 2\n1\n3 1 0\n1\n2 7 0\n",
-              "\n" + SET_MAIN + "\n" + set_screen({"5", "0", "0", "0", "0", "0", "0"}) + "\n" +
-                  SET_MAIN + "\n" + set_screen({"b", "0", "0", "0", "0", "0", "0"}) + "\n" +
-                  SET_MAIN + "\n" + set_screen({"4", "0", "0", "0", "0", "0", "0"}));
+              "\n" + MAIN_STREAM_MENU + "\n" + set_screen({"5", "0", "0", "0", "0", "0", "0"}) +
+                  "\n" + MAIN_STREAM_MENU + "\n" + set_screen({"b", "0", "0", "0", "0", "0", "0"}) +
+                  "\n" + MAIN_STREAM_MENU + "\n" + set_screen({"4", "0", "0", "0", "0", "0", "0"}));
 }
 
 TEST_P(StatusMenu, SetDualStreamTakesTwoOptionsAndExitClears) {
     check_set("2\n1\n2\n0 1\n2\n4\n",
-              "\n" + SET_DUAL + "\n" + set_screen({"0", "2", "0", "0", "0", "0", "0"}) + "\n" +
-                  SET_DUAL + "\n" + set_screen({"0", "3", "0", "0", "0", "0", "0"}) + "\n" +
-                  SET_DUAL + "\n" + set_screen());
+              "\n" + DUAL_STREAM_MENU + "\n" + set_screen({"0", "2", "0", "0", "0", "0", "0"}) +
+                  "\n" + DUAL_STREAM_MENU + "\n" + set_screen({"0", "3", "0", "0", "0", "0", "0"}) +
+                  "\n" + DUAL_STREAM_MENU + "\n" + set_screen());
 }
 
 TEST_P(StatusMenu, SetAudioTakesOneOption) {
-    check_set("3\n0\n3\n1\n", "\n" + SET_AUDIO + "\n" +
+    check_set("3\n0\n3\n1\n", "\n" + AUDIO_STREAM_MENU + "\n" +
                                   set_screen({"0", "0", "1", "0", "0", "0", "0"}) + "\n" +
-                                  SET_AUDIO + "\n" + set_screen());
+                                  AUDIO_STREAM_MENU + "\n" + set_screen());
 }
 
 TEST_P(StatusMenu, SetJpegAndPreviewTakeOneOptionMoreThanTheyShow) {
-    check_set("4\n0 1\n5\n0 1 2 0\n",
-              "\n" + SET_JPEG + "\n" + set_screen({"0", "0", "0", "3", "0", "0", "0"}) + "\n" +
-                  SET_PREVIEW + "\n" + set_screen({"0", "0", "0", "3", "3", "0", "0"}));
+    check_set("4\n0 1\n5\n0 1 2 0\n", "\n" + JPEG_STREAM_MENU + "\n" +
+                                          set_screen({"0", "0", "0", "3", "0", "0", "0"}) + "\n" +
+                                          PREVIEW_STREAM_MENU + "\n" +
+                                          set_screen({"0", "0", "0", "3", "3", "0", "0"}));
 }
 
 TEST_P(StatusMenu, SetThirdAndFourthStreamUseTheDualDialogue) {
     check_set("6\n0\n7\n1\n",
-              "\n" + SET_DUAL + "\n" + set_screen({"0", "0", "0", "0", "0", "1", "0"}) + "\n" +
-                  SET_DUAL + "\n" + set_screen({"0", "0", "0", "0", "0", "1", "2"}));
+              "\n" + DUAL_STREAM_MENU + "\n" + set_screen({"0", "0", "0", "0", "0", "1", "0"}) +
+                  "\n" + DUAL_STREAM_MENU + "\n" + set_screen({"0", "0", "0", "0", "0", "1", "2"}));
 }
 
 TEST_P(StatusMenu, SubMenuAnswersAnEmptyLineWithALineFeed) {
     check_set("1\n\n \n0\n",
-              "\n" + SET_MAIN + "\n\n\n" + set_screen({"1", "0", "0", "0", "0", "0", "0"}));
+              "\n" + MAIN_STREAM_MENU + "\n\n\n" + set_screen({"1", "0", "0", "0", "0", "0", "0"}));
 }
 
 TEST_P(StatusMenu, TheSelectionOutlivesTheSession) {

@@ -7,6 +7,7 @@
 
 #include "shell/monitor.h"
 #include "tests/env/env_test.h"
+#include "tests/support/screens.h"
 
 namespace {
 
@@ -55,41 +56,6 @@ std::string session(const std::string& input) {
 }
 
 const std::string INVALID = "Invalide option !!\n";
-
-const char CHANGE_HELP[] =
-    "===============<ENV Help>===========================\n"
-    "* Video Format : ENVCHANGE -vf [ 0 (ntsc) or 1(pal) ]\n"
-    "* Video Encode : ENVCHANGE -ve [stream] [channel] [property] [value]\n"
-    "*             -> [stream]   : 0 (H264), 1 (H264 dual), 2 (JPEG)\n"
-    "*             -> [channel]  : 0 ~ 15\n"
-    "*             -> [property] :\n"
-    "*                             0 (enable)\n"
-    "*                                  [value] : 1 (enable), 0 (disable)\n"
-    "*                             1 (enable_motion_data)\n"
-    "*                                  [value] : 1 (enable), 0 (disable)\n"
-    "*                             3 (framerate)\n"
-    "*                                  [value] : 0~30 (NTSC), 0~25 (PAL)\n"
-    "*                             4 (idr)\n"
-    "*                                  [value] : constant\n"
-    "*                             5 (bitratetype)\n"
-    "*                                  [value] : constant\n"
-    "*                             6 (bitrate)\n"
-    "*                                  [value] : constant\n"
-    "*                             7 (res)\n"
-    "*                                  [value] : 0 (QCIF), 1 (CIF), 2 (Half D1), 3 (D1), 4 (HD)\n"
-    "*                             8 (qp)\n"
-    "*                                  [value] : ~ 51\n"
-    "====================================================\n";
-
-const char SET_DB_HELP[] =
-    "===============<Help>===========================\n"
-    "* ENVSETDB [dbtype] [path]\n"
-    "*             -> [dbtype] :\n"
-    "*                    0 : Encode stream 0\n"
-    "*                    1 : Encode stream 1\n"
-    "*                    2 : Encode stream 2\n"
-    "*                   10 : Decode stream\n"
-    "====================================================\n";
 
 // A row of a stream's or the audio's table; `number` counts from 1.
 std::string row(int number, const std::string& cells) {
@@ -225,7 +191,7 @@ TEST_F(EnvPrint, CallsNothingOfTheCodec) {
 
 TEST_F(EnvChange, ShowsItsHelpWithoutAnArgument) {
     open_codec();
-    EXPECT_EQ(escaped(change({})), escaped(CHANGE_HELP));
+    EXPECT_EQ(escaped(change({})), escaped(ENVCHANGE_HELP));
     EXPECT_EQ(fake().take_journal(), Journal{});
 }
 
@@ -536,9 +502,9 @@ TEST_F(EnvSetDbPath, StoresAPathThatIsTypedInUpperCase) {
 }
 
 TEST_F(EnvSetDb, ShowsItsHelpWithoutAPath) {
-    EXPECT_EQ(escaped(set_db({})), escaped(SET_DB_HELP));
-    EXPECT_EQ(escaped(set_db({"0"})), escaped(SET_DB_HELP));
-    EXPECT_EQ(escaped(set_db({"99"})), escaped(SET_DB_HELP));
+    EXPECT_EQ(escaped(set_db({})), escaped(ENVSETDB_HELP));
+    EXPECT_EQ(escaped(set_db({"0"})), escaped(ENVSETDB_HELP));
+    EXPECT_EQ(escaped(set_db({"99"})), escaped(ENVSETDB_HELP));
     EXPECT_EQ(paths(), (Journal{"", "", "", ""}));
 }
 

@@ -2,6 +2,7 @@
 #include "mainwork/encode.h"
 
 #include "tests/support/room_test.h"
+#include "tests/support/screens.h"
 
 namespace {
 
@@ -45,13 +46,7 @@ class Encode : public RoomTest {
 };
 
 TEST_F(Encode, PrintsItsHelpBoxWithoutACode) {
-    EXPECT_EQ(escaped(" +---------------------------------------------------------------\n"
-                      " | * Run  stream0 thread   \t : ENCODE 0 \t\t\t|\n"
-                      " | * Stop stream0 thread   \t : ENCODE 1 \t\t\t|\n"
-                      " | * Run  thread for the other stream  \t : ENCODE 2 \t\t\t|\n"
-                      " | * Stop thread for the other stream  \t : ENCODE 3 \t\t\t|\n"
-                      " +---------------------------------------------------------------\n"),
-              typed(app_mainwork_encode, {"ENCODE"}));
+    EXPECT_EQ(escaped(ENCODE_HELP), typed(app_mainwork_encode, {"ENCODE"}));
     EXPECT_EQ(0, result);
     EXPECT_EQ("", journal());
 }

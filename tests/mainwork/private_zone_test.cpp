@@ -2,14 +2,9 @@
 #include "mainwork/private_zone.h"
 
 #include "tests/support/room_test.h"
+#include "tests/support/screens.h"
 
 namespace {
-
-const char PRIVATE_HELP[] =
-    " +------------------------------------------------------------------\n"
-    " | * private [channel] [enable] [start_x] [start_y] [width] [height]\n"
-    " | * private     0         1        0          0       256     256\n"
-    " +------------------------------------------------------------------\n";
 
 class PrivateZone : public RoomTest {
   protected:

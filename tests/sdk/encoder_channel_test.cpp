@@ -19,7 +19,7 @@ sim::Tick after(int64_t us) { return {FIRST_US + us}; }
 EncoderChannel channel_of(uint8_t stream, uint32_t rate, uint32_t idr) {
     EncoderChannel channel;
     channel.place(stream, 5);
-    channel.set_format(false);
+    channel.set_format(false, after(0));
     channel.set_frame_rate(rate, 0, after(0));
     channel.set_idr_interval(idr);
     channel.switch_on(after(0));
@@ -118,7 +118,7 @@ TEST(EncoderChannel, HoldsTheFormatsFrameRateLimit) {
     EncoderChannel ntsc = channel_of(0, 31, 0);
     EXPECT_EQ(frames_of(ntsc, 31)[30].time_us, FIRST_US + 1'000'000);
     EncoderChannel pal;
-    pal.set_format(true);
+    pal.set_format(true, after(0));
     pal.set_frame_rate(4'294'967'291u, 0, after(0));
     pal.switch_on(after(0));
     EXPECT_EQ(frames_of(pal, 26)[25].time_us, FIRST_US + 1'000'000);
@@ -217,11 +217,25 @@ TEST(EncoderChannel, GoesOnWithAKeyFrameAfterFramesThatWereLate) {
 
 TEST(EncoderChannel, RemembersTheRateItWasAskedForWhenTheFormatChanges) {
     EncoderChannel channel;
-    channel.set_format(true);
+    channel.set_format(true, after(0));
     channel.set_frame_rate(30, 0, after(0));
-    channel.set_format(false);
+    channel.set_format(false, after(0));
     channel.switch_on(after(0));
     EXPECT_EQ(frames_of(channel, 31)[30].time_us, FIRST_US + 1'000'000);
+}
+
+TEST(EncoderChannel, TakesANewFrameRateFromItsLastLateFrame) {
+    EncoderChannel channel = channel_of(0, 0, 0);
+    channel.set_frame_rate(10, FIRST_US, after(0));
+    EXPECT_EQ(channel.lose_until(FIRST_US + 1'050'000), 11u);
+    channel.set_frame_rate(4, FIRST_US + 1'060'000, after(1'066'666));
+    EXPECT_EQ(channel.due_us(), FIRST_US + 1'250'000);
+}
+
+TEST(EncoderChannel, ChangesToTheLimitOfANewFormatWhileItIsOn) {
+    EncoderChannel channel = channel_of(0, 30, 0);
+    channel.set_format(true, after(40'000));
+    EXPECT_EQ(frames_of(channel, 26)[25].time_us, FIRST_US + 1'040'000);
 }
 
 TEST(EncoderChannel, StartsOverWhenSwitchedOnAgain) {

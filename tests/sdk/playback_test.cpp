@@ -173,6 +173,72 @@ TEST_F(Playback, GoesOnBehindTheStepsOfNextFrame) {
     EXPECT_LE(sim::playback_report(player).audio_frames, 51u);  // none of the first 2 seconds
 }
 
+TEST_F(Playback, GoesOnInRecordedTimeAfterNextFrameOfChannelsOfUnlikeRates) {
+    switch_on(0, 0, 30, 10);
+    switch_on(0, 1, 1, 0);
+    record_seconds(20);
+    start_player();
+    for (int i = 0; i < 10; ++i) ask(PB_STATE_NEXT_FRAME);
+    EXPECT_EQ(total(0), 10);
+    EXPECT_EQ(total(1), 10);
+    ask(PB_STATE_FORWARD);
+    EXPECT_LE(total(0), 11);
+    step_seconds(1);
+    EXPECT_NEAR(total(0), 40, 1);
+}
+
+TEST_F(Playback, TakesTheTimeOfFramesThatItPassesOver) {
+    switch_on(0, 0, 10, 5);
+    record_seconds(60);
+    start_player();
+    ask(PB_STATE_FORWARD);
+    step_seconds(5);
+    player.SetPBChannelEnableMask(0, 15);
+    step_seconds(3);
+    EXPECT_EQ(state(), PB_STATE_FORWARD);
+    const int before = total(0);
+    player.SetPBChannelEnableMask(1, 15);
+    step_seconds(2);
+    EXPECT_NEAR(total(0), before + 18, 3);  // from a key frame after 8 seconds to 10 seconds
+    player.SetPBChannelEnableMask(0, 15);
+    step_seconds(60);
+    EXPECT_EQ(state(), PB_STATE_PAUSE);  // the end was reached all the same
+}
+
+TEST_F(Playback, ComesBackToAChannelWhileAnotherHasNothingForLong) {
+    switch_on(0, 0, 10, 5);
+    step_seconds(30);
+    switch_on(0, 1, 10, 5);
+    record_seconds(30);
+    start_player(0b11);
+    ask(PB_STATE_FORWARD);
+    step_seconds(1);
+    player.SetPBChannelEnableMask(0b10, 15);
+    step_seconds(2);
+    const int before = total(0);
+    player.SetPBChannelEnableMask(0b11, 15);
+    step_seconds(3);
+    EXPECT_GE(total(0), before + 24);
+    EXPECT_EQ(total(1), 0);
+}
+
+TEST_F(Playback, AsksForAKeyFrameOfAChannelThatNextFramePassedOver) {
+    switch_on(0, 0, 30, 20);
+    switch_on(0, 1, 10, 0);
+    record_seconds(5);
+    start_player();
+    ask(PB_STATE_FORWARD);
+    step_seconds(1);
+    ask(PB_STATE_PAUSE);
+    const int before = total(1);
+    player.SpeedControl(1, 3);
+    ask(PB_STATE_NEXT_FRAME);
+    player.SpeedControl(0, 3);
+    ask(PB_STATE_FORWARD);
+    step_seconds(5);
+    EXPECT_EQ(total(1), before);  // it has no further key frame
+}
+
 TEST_F(Playback, GivesKeyFramesOnlyOnNextFrameFromEightTimesOn) {
     switch_on(0, 0, 30, 10);
     record_seconds(4);

@@ -4,6 +4,7 @@
 #include <sstream>
 
 #include "tests/support/room_test.h"
+#include "tests/support/screens.h"
 
 namespace {
 
@@ -41,21 +42,7 @@ class Playback : public RoomTest {
 };
 
 TEST_F(Playback, PrintsItsHelpBoxAlone) {
-    EXPECT_EQ(escaped(" +-------------------------------------------------------------\n"
-                      " | * First Frame          \t : PB 0 \t\t\t|\n"
-                      " | * Prev Frame           \t : PB 1 \t\t\t|\n"
-                      " | * Reverse Playback     \t : PB 2 \t\t\t|\n"
-                      " | * Pause                \t : PB 3 \t\t\t|\n"
-                      " | * Forward Playback     \t : PB 4 \t\t\t|\n"
-                      " | * Next Frame           \t : PB 5 \t\t\t|\n"
-                      " | * Last Frame           \t : PB 6 \t\t\t|\n"
-                      " | * Playback Speed Up    \t : PB SPEED UP [step] \t\t|\n"
-                      " | * Playback Speed Down  \t : PB SPEED DN [step] \t\t|\n"
-                      " | * Channel Enable Mask  \t : PB SETCHMASK [16bits mask] \t|\n"
-                      " | * Audio Enable/Disable \t : PB AUDIO [off:0 or on:1]\t|\n"
-                      " | * Audio Channel        \t : PB AUDIOCH [num : 0~15]\t|\n"
-                      " +-------------------------------------------------------------\n"),
-              pb(""));
+    EXPECT_EQ(escaped(PB_HELP), pb(""));
     EXPECT_EQ("", journal());
 }
 
@@ -154,8 +141,6 @@ TEST_F(Playback, IgnoresAnUnknownWordWithValuesInSilence) {
     expect_nothing("speed UP");
 }
 
-TEST_F(Playback, TakesItsKeywordsInUpperCaseOnly) {
-    expect_call("speed", "SetPBState 3");
-}
+TEST_F(Playback, TakesItsKeywordsInUpperCaseOnly) { expect_call("speed", "SetPBState 3"); }
 
 }  // namespace

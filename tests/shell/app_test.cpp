@@ -9,27 +9,11 @@
 #include "memtest/memtest.h"
 #include "tests/support/console.h"
 #include "tests/support/fake_sdk.h"
+#include "tests/support/screens.h"
 
 namespace {
 
 using App = FakeSdkTest;
-
-const char HELP_SCREEN[] =
-    "\r\n================================================================"
-    "\r\n    Welcome to Corvane QM7105 SDK Program "
-    "\r\n================================================================"
-    "\r\n   ENVPRINT     \t: Environment Print Screen"
-    "\r\n   ENVCHANGE    \t: Environment Change"
-    "\r\n   ENVSETDB     \t: Environment Change - Database Path"
-    "\r\n----------------------------------------------------------------"
-    "\r\n   MAIN         \t: Main Work ( MAIN 0xf <- 4 chips )"
-    "\r\n----------------------------------------------------------------"
-    "\r\n   HELP/H/?     \t: Help [cmd]"
-    "\r\n   EXIT/Q/QUIT  \t: Exit Program"
-    "\r\n================================================================"
-    "\r\n             Halvik/Corvane Inc,"
-    "\r\n================================================================"
-    "\r\n\r\n";
 
 // Runs the top-level menu on these lines.
 std::string session(const std::string& input) {
@@ -71,7 +55,7 @@ TEST_F(App, BannerNamesTheVersionAndTheBuild) {
 TEST_F(App, PromptHasNoLineEnd) { EXPECT_EQ(output_of(app_prompt), "QM7105>"); }
 
 TEST_F(App, HelpScreenListsTheCommands) {
-    EXPECT_EQ(escaped(output_of(app_help)), escaped(HELP_SCREEN));
+    EXPECT_EQ(escaped(output_of(app_help)), escaped(TOP_HELP));
 }
 
 TEST_F(App, TableHoldsTheCommandsInOrder) {
@@ -92,7 +76,7 @@ TEST_F(App, TableHoldsTheCommandsInOrder) {
 
 TEST_F(App, HelpCommandShowsTheWholeScreen) {
     EXPECT_EQ(escaped(session("help\nq\n")),
-              escaped(std::string("QM7105>") + HELP_SCREEN + "QM7105>"));
+              escaped(std::string("QM7105>") + TOP_HELP + "QM7105>"));
 }
 
 TEST_F(App, MemtestPrintsNothingAndReturnsToThePrompt) {
