@@ -280,7 +280,7 @@ TEST_F(Session, PrintsWholeReportsWhileSearchIsEnteredAndLeft) {
         for (auto& unit : stream) unit.framerate = 1;
     std::atomic<bool> stop{false};
     std::thread clock([&stop] {
-        while (!stop) sim::step_clock(1'000'000);
+        for (; !stop; usleep(500)) sim::step_clock(1'000'000);
     });
     std::string script = "encode 0\nencode 2\nstatus\nset\nt f00030f 0\n9\nrun\nexit\n";
     for (int i = 0; i < 100; ++i) script += "search\npb 4\nsetdb 1\nsetdb 0\nsetdb 5\nexit\n";
