@@ -18,7 +18,8 @@ struct FrameInfo {
     uint8_t stream = 0;   // QMCODEC_STREAM; audio travels with stream 0
     uint8_t channel = 0;  // 0..15
     uint32_t number = 0;  // frame slot since the channel was switched on
-    int64_t time_us = 0;  // when it was due, board time
+    int64_t time_us = 0;  // when it was due, board time; in a database the recorded time
+    uint32_t run = 0;     // of a recorded frame: time is counted steadily within one run
     uint32_t bytes = 0;   // of the payload
 };
 

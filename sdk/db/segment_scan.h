@@ -1,0 +1,94 @@
+// Walking through the records of one segment, whatever became of it. Where records are kept and how
+// they are found again stands in disk_reader.
+#ifndef SDK_DB_SEGMENT_SCAN_H
+#define SDK_DB_SEGMENT_SCAN_H
+
+#include <functional>
+#include <memory>
+
+#include "sdk/db/file_system.h"
+#include "sdk/db/format.h"
+
+namespace sim {
+
+// Reads a file through a window, so that memory stays bounded.
+class FileWindow {
+  public:
+    FileWindow(FileSystem& files, int file) : m_files(files), m_file(file) {}
+
+    // `size` bytes (at most a block) at `offset`; null when the file ends before, or cannot be
+    // read.
+    const uint8_t* at(uint64_t offset, size_t size);
+    // Goes on with the checksum over `size` bytes. False when they cannot be read.
+    bool crc(uint64_t offset, uint64_t size, uint32_t& crc);
+    // True when all bytes in between are there and 0.
+    bool zero(uint64_t offset, uint64_t end);
+    // What was read is read anew: the file may have grown.
+    void forget() { m_filled = 0; }
+    // -errno of the first read that failed, else 0.
+    int error() const { return m_error; }
+
+  private:
+    bool fill(uint64_t offset, size_t least);
+
+    static constexpr size_t WINDOW_BYTES = 256 * 1024;
+    FileSystem& m_files;
+    const int m_file;
+    std::unique_ptr<uint8_t[]> m_bytes;
+    uint64_t m_offset = 0;
+    size_t m_filled = 0;
+    int m_error = 0;
+};
+
+// Where the records of a segment end and how.
+struct ScanResult {
+    uint64_t end = SEGMENT_START;  // behind the last record
+    uint64_t next_sequence = 0;    // of the next frame
+    uint32_t frames = 0;
+    bool damaged = false;               // something that was durable is missing
+    bool finished = false;              // the last record is a directory
+    RecordHeader last;                  // the last frame, when there is one
+    int64_t latest_utc_us = INT64_MIN;  // of the frames; the header's when there are none
+};
+
+class SegmentScan {
+  public:
+    using OnRecord = std::function<void(const RecordHeader&, uint64_t offset)>;
+    // `damage` is false for the remains of an interrupted write that the next record tells of.
+    using OnHole = std::function<void(uint64_t offset, uint64_t end, bool damage)>;
+
+    // Either callback may be empty. Records of all kinds are told, in order.
+    SegmentScan(FileSystem& files, int file, const SegmentHeader& header, OnRecord on_record,
+                OnHole on_hole);
+
+    // Goes on where the last call ended, as far as records follow.
+    void follow();
+    // Follows, and looks for records behind what is unreadable, up to the segment's end. Once.
+    void run();
+
+    const ScanResult& result() const { return m_result; }
+    int error() const { return m_window.error(); }
+
+  private:
+    bool whole_record(uint64_t offset, RecordHeader& header);
+    bool step(uint64_t offset);
+    void take(const RecordHeader& header, uint64_t offset);
+    bool next_batch(uint64_t from, uint64_t& found, RecordHeader& header);
+    void salvage(uint64_t from, uint64_t end, uint64_t before_sequence);
+
+    FileWindow m_window;
+    const SegmentHeader m_header;
+    const uint32_t m_seed;
+    const OnRecord m_on_record;
+    const OnHole m_on_hole;
+    ScanResult m_result;
+};
+
+// The header of an open segment from either of its copies. False when neither is one, or it is not
+// that of segment `number`. `copies` (when not null): how many of the two are whole.
+bool load_segment_header(FileSystem& files, int file, uint64_t number, SegmentHeader& header,
+                         int* copies = nullptr);
+
+}  // namespace sim
+
+#endif  // SDK_DB_SEGMENT_SCAN_H
