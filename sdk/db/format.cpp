@@ -55,9 +55,9 @@ bool sensible(const RecordHeader& header) {
 }  // namespace
 
 uint32_t SegmentHeader::seed() const {
-    uint8_t bytes[SEED_END] = {};
-    put_seed_fields(*this, bytes);
-    return crc32c(0, bytes + SEED_START, SEED_END - SEED_START);
+    uint8_t head[SEED_END] = {};
+    put_seed_fields(*this, head);
+    return crc32c(0, head + SEED_START, SEED_END - SEED_START);
 }
 
 void write_segment_header(const SegmentHeader& header, uint8_t* out) {

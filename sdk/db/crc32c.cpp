@@ -1,0 +1,1 @@
+#include "sdk/db/crc32c.h"

@@ -1,0 +1,1 @@
+#include "sdk/db/disk_writer.h"

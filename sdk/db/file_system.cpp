@@ -1,0 +1,1 @@
+#include "sdk/db/file_system.h"

@@ -1,0 +1,1 @@
+#include "sdk/db/segment_scan.h"
