@@ -13,10 +13,10 @@
 #include <string>
 #include <vector>
 
-#if defined(__GNUC__)
-#define PROOF_PRINTF(format, first) __attribute__((format(printf, format, first)))
+#ifdef __GNUC__
+#define PROOF_PRINTF(text, first) __attribute__((format(printf, text, first)))
 #else
-#define PROOF_PRINTF(format, first)
+#define PROOF_PRINTF(text, first)
 #endif
 
 // A generator that gives the same numbers on every machine (splitmix64). One thread.
@@ -84,7 +84,7 @@ class Proof {
 
     // Counts; a failure is told on standard output as long as there are no more than 10. Returns
     // `ok`.
-    bool check(bool ok, const char* what, ...) PROOF_PRINTF(3, 4) {
+    PROOF_PRINTF(3, 4) bool check(bool ok, const char* what, ...) {
         if (ok) {
             m_passed.fetch_add(1, std::memory_order_relaxed);
             return true;
@@ -99,7 +99,7 @@ class Proof {
     void passed(uint64_t checks) { m_passed.fetch_add(checks, std::memory_order_relaxed); }
 
     // A line about what was covered: counts, not opinions.
-    void covered(const char* what, ...) PROOF_PRINTF(2, 3) {
+    PROOF_PRINTF(2, 3) void covered(const char* what, ...) {
         char text[600];
         va_list arguments;
         va_start(arguments, what);
@@ -126,7 +126,7 @@ class Proof {
   private:
     static unsigned long long as_printed(uint64_t n) { return n; }
 
-    void tell(const char* what, va_list arguments) PROOF_PRINTF(2, 0) {
+    PROOF_PRINTF(2, 0) void tell(const char* what, va_list arguments) {
         const uint64_t before = m_failed.fetch_add(1, std::memory_order_relaxed);
         if (before >= TOLD) return;
         char text[1000];
