@@ -11,7 +11,8 @@
 
 namespace sim {
 
-// Reads a file through a window, so that memory stays bounded.
+// Reads a file through a window, so that memory stays bounded. The window grows with what is asked
+// for: a look at one record reads one block.
 class FileWindow {
   public:
     FileWindow(FileSystem& files, int file) : m_files(files), m_file(file) {}
@@ -24,19 +25,27 @@ class FileWindow {
     // True when all bytes in between are there and 0.
     bool zero(uint64_t offset, uint64_t end);
     // What was read is read anew: the file may have grown.
-    void forget() { m_filled = 0; }
-    // -errno of the first read that failed, else 0.
+    void forget();
+    // -errno of the first bytes asked for that could not be read, else 0.
     int error() const { return m_error; }
 
   private:
-    bool fill(uint64_t offset, size_t least);
-
     static constexpr size_t WINDOW_BYTES = 256 * 1024;
+    // Aligned for files that are read past the page cache.
+    struct Window {
+        alignas(BLOCK_BYTES) uint8_t bytes[WINDOW_BYTES];
+    };
+
+    bool holds(uint64_t offset, size_t size) const;
+    bool fill(uint64_t offset, size_t least);
+    const uint8_t* some(uint64_t offset, uint64_t size, size_t& got);
+
     FileSystem& m_files;
     const int m_file;
-    std::unique_ptr<uint8_t[]> m_bytes;
-    uint64_t m_offset = 0;
+    std::unique_ptr<Window> m_window;
+    uint64_t m_offset = 0;  // of the window in the file
     size_t m_filled = 0;
+    size_t m_reach = 0;  // bytes of the last read
     int m_error = 0;
 };
 
@@ -48,7 +57,7 @@ struct ScanResult {
     bool damaged = false;               // something that was durable is missing
     bool finished = false;              // the last record is a directory
     RecordHeader last;                  // the last frame, when there is one
-    int64_t latest_utc_us = INT64_MIN;  // of the frames; the header's when there are none
+    int64_t latest_utc_us = INT64_MIN;  // in all records up to the end, also of segments before
 };
 
 class SegmentScan {
@@ -63,25 +72,32 @@ class SegmentScan {
 
     // Goes on where the last call ended, as far as records follow.
     void follow();
-    // Follows, and looks for records behind what is unreadable, up to the segment's end. Once.
+    // Follows, and looks for records behind what is unreadable, up to the segment's end. A segment
+    // that is being written may be followed further afterwards.
     void run();
 
     const ScanResult& result() const { return m_result; }
     int error() const { return m_window.error(); }
 
   private:
+    bool in_order(const RecordHeader& header, uint64_t offset) const;
     bool whole_record(uint64_t offset, RecordHeader& header);
-    bool step(uint64_t offset);
+    bool step();
     void take(const RecordHeader& header, uint64_t offset);
-    bool next_batch(uint64_t from, uint64_t& found, RecordHeader& header);
-    void salvage(uint64_t from, uint64_t end, uint64_t before_sequence);
+    void tell_hole(uint64_t offset, uint64_t end, bool damage);
+    bool complete(uint64_t limit) const;
+    bool next_batch(uint64_t limit, uint64_t& found, RecordHeader& header);
+    void salvage(uint64_t end, uint64_t before_sequence);
 
+    FileSystem& m_files;
+    const int m_file;
     FileWindow m_window;
     const SegmentHeader m_header;
     const uint32_t m_seed;
     const OnRecord m_on_record;
     const OnHole m_on_hole;
     ScanResult m_result;
+    uint64_t m_wasted = 0;  // bytes of records whose checksum did not hold
 };
 
 // The header of an open segment from either of its copies. False when neither is one, or it is not
