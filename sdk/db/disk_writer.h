@@ -1,4 +1,5 @@
 // The recorder of a disk database. One thread at a time; says nothing itself, its owner reports.
+// The files stand in segment_files, the bytes in format.
 #ifndef SDK_DB_DISK_WRITER_H
 #define SDK_DB_DISK_WRITER_H
 
@@ -8,6 +9,7 @@
 
 #include "sdk/db/file_system.h"
 #include "sdk/db/format.h"
+#include "sdk/db/segment_files.h"
 
 namespace sim {
 
@@ -40,22 +42,96 @@ class DiskWriter {
     bool commit(int64_t now_us);
     // commit() when it is due.
     bool commit_if_due(int64_t now_us);
-    // When that is; NEVER when nothing waits.
+    // When that is; INT64_MAX when nothing waits.
     int64_t due_us() const { return m_due_us; }
     // Writes the directory and cuts the segment; nothing can be appended after. False when frames
     // could not be written; they are in lost().
     bool finish(int64_t now_us);
 
-    uint64_t next_sequence() const;      // of the next frame
-    uint64_t durable_sequence() const;   // frames before it are durable
-    uint64_t lost() const;               // frames taken and never made durable
-    bool failing() const;                // the last attempt failed
-    const std::string& trouble() const;  // what failed last, in words
-    uint64_t segment() const;            // number of the one being written; 0 for none
+    uint64_t next_sequence() const { return m_next_sequence; }  // of the next frame
+    // Frames before it are durable.
+    uint64_t durable_sequence() const { return m_next_sequence - m_waiting; }
+    uint64_t lost() const { return m_lost; }                  // taken and never made durable
+    bool failing() const { return m_failing; }                // the last attempt failed
+    const std::string& trouble() const { return m_trouble; }  // what failed last, in words
+    // Number of the segment being written; 0 for none.
+    uint64_t segment() const { return m_planned ? m_header.number : 0; }
 
   private:
-    DiskWriter() = default;
+    // What a batch ends with: a pad; or the directory, where the records end or at the end of the
+    // segment.
+    enum class Ending { pad, cut, fill };
+    struct Release {
+        void operator()(uint8_t* buffer) const;
+    };
+
+    DiskWriter(FileSystem& files, const WriterOptions& options);
+
+    void recover(const Newest& newest);
+    bool go_on_in(const SegmentHeader& header);
+    Outcome take(const qm_dbframe& frame, int64_t utc_step_us, int64_t now_us);
+    void put(const qm_dbframe& frame, int64_t utc_us);
+    void follow_time(int64_t mono_us, int64_t utc_step_us);
+
+    // The segment: planned with its first frame, its file made with its first batch.
+    void plan(uint64_t number, int64_t utc_us, int64_t mono_us);
+    void plan_again(uint64_t number);
+    bool end_segment(int64_t now_us);
+    int open_segment();
+    void leave_segment();
+    uint64_t space_for_ending(uint64_t entries) const;
+    bool fits_segment(uint64_t bytes) const;
+
+    // The batch.
+    uint8_t* area() const { return m_buffer.get() + SEGMENT_START; }
+    void reserve(size_t bytes);
+    RecordHeader ending_header(uint8_t kind) const;
+    void stamp(RecordHeader& header, size_t at);
+    size_t compose(Ending& ending);
+    size_t compose_pad(size_t at, size_t bytes);
+    size_t compose_directory(size_t at);
+    bool write_out(Ending ending, int64_t now_us);
+    int try_batch(Ending ending);
+    int write_batch(Ending ending);
+    void give_up_segment();
+    void note_failure(int result, int64_t now_us);
+
+    FileSystem& m_files;
+    WriterOptions m_options;
+    std::unique_ptr<SegmentFiles> m_segments;
+
+    bool m_planned = false;
+    SegmentHeader m_header;
+    uint32_t m_seed = 0;           // of m_header
+    int m_file = -1;               // of the segment; -1 before its first batch
+    bool m_has_batch = false;      // a batch of it is durable
+    bool m_allocated = true;       // its file has its full size
+    bool m_has_directory = false;  // it ends with one
+    uint64_t m_offset = 0;         // where the batch goes
+    uint32_t m_hole = 0;           // before it
+    std::vector<DirectoryEntry>
+        m_entries;  // of all frames of the segment, the waiting ones as well
+
+    std::unique_ptr<uint8_t[], Release> m_buffer;  // room for the headers, then the batch
+    size_t m_capacity = 0;                         // of the batch
+    size_t m_filled = 0;                           // by whole records
+    uint64_t m_waiting = 0;                        // frames in it
+
+    uint64_t m_next_sequence = 0;
+    uint32_t m_run = 0;
+    bool m_timed = false;  // a frame was appended: the three below are known
+    int64_t m_latest_mono_us = 0;
+    int64_t m_last_utc_us = 0;
+    int64_t m_utc_step_us = 0;
+    int64_t m_latest_utc_us = INT64_MIN;      // of all frames
+    int64_t m_durable_latest_us = INT64_MIN;  // of the durable ones
+
     int64_t m_due_us = INT64_MAX;
+    int64_t m_retry_us = 0;
+    bool m_failing = false;
+    bool m_suspect = false;  // the disk is to prove that it works
+    uint64_t m_lost = 0;
+    std::string m_trouble;
 };
 
 }  // namespace sim

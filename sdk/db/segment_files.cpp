@@ -1,0 +1,297 @@
+// Lock, .ini file and ring of a recorder.
+#include "sdk/db/segment_files.h"
+
+#include <sys/random.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <chrono>
+#include <cstring>
+#include <new>
+
+#include "sdk/db/segment_scan.h"
+
+namespace sim {
+
+namespace {
+
+// Segments that one new segment may cost when the disk is full.
+constexpr int MAX_REMOVED = 2;
+
+// Closes a file unless it is handed on.
+class Opened {
+  public:
+    Opened(FileSystem& files, int file) : m_files(files), m_file(file) {}
+    ~Opened() {
+        if (m_file >= 0) m_files.close(m_file);
+    }
+    Opened(const Opened&) = delete;
+    Opened& operator=(const Opened&) = delete;
+    int get() const { return m_file; }
+    int release() {
+        const int file = m_file;
+        m_file = -1;
+        return file;
+    }
+
+  private:
+    FileSystem& m_files;
+    int m_file;
+};
+
+struct alignas(BLOCK_BYTES) Block {
+    uint8_t bytes[BLOCK_BYTES];
+};
+
+}  // namespace
+
+// Never fails for so few bytes; where the kernel has no such call, time has to do.
+void fill_at_random(void* out, size_t size) {
+    if (getrandom(out, size, 0) == static_cast<ssize_t>(size)) return;
+    const int64_t now = std::chrono::steady_clock::now().time_since_epoch().count();
+    memcpy(out, &now, std::min(size, sizeof now));
+}
+
+bool no_room(int result) { return result == -ENOSPC || result == -EDQUOT; }
+
+void split_path(const std::string& path, std::string& folder, std::string& name) {
+    const size_t slash = path.rfind('/');
+    folder = slash == std::string::npos ? "" : path.substr(0, std::max<size_t>(slash, 1));
+    name = slash == std::string::npos ? path : path.substr(slash + 1);
+}
+
+std::unique_ptr<SegmentFiles> SegmentFiles::open(FileSystem& files, const std::string& path,
+                                                 std::string& why) {
+    std::string folder, name;
+    split_path(path, folder, name);
+    if (name.empty() || name == "." || name == "..") {
+        why = "the path names no file";
+        return nullptr;
+    }
+    std::unique_ptr<SegmentFiles> segments(new SegmentFiles(files, name));
+    segments->m_folder = files.open_folder(folder, true);
+    if (segments->m_folder < 0) {
+        why = std::string("cannot open the folder: ") + strerror(-segments->m_folder);
+        return nullptr;
+    }
+    segments->m_lock = files.open(segments->m_folder, lock_name(name), FileSystem::Access::lock);
+    const int locked = segments->m_lock < 0 ? segments->m_lock : files.lock(segments->m_lock);
+    if (locked < 0) {
+        why = locked == -EAGAIN && segments->m_lock >= 0
+                  ? "it is being recorded already"
+                  : "cannot lock " + lock_name(name) + ": " + strerror(-locked);
+        return nullptr;
+    }
+    return segments;
+}
+
+SegmentFiles::~SegmentFiles() {
+    if (m_lock >= 0) m_files.close(m_lock);
+    if (m_folder >= 0) m_files.close(m_folder);
+}
+
+void SegmentFiles::read_ini() {
+    m_has_ini = false;
+    const Opened file(m_files, m_files.open(m_folder, m_name, FileSystem::Access::read));
+    if (file.get() < 0) return;
+    char text[MAX_INI_BYTES];
+    const int64_t size = m_files.read(file.get(), text, sizeof text, 0);
+    if (size < 0) return;
+    m_ini.assign(text, static_cast<size_t>(size));
+    DatabaseIni ini;
+    m_has_ini = parse_ini(m_ini, ini);
+    if (m_has_ini) m_identity = ini.identity;
+}
+
+int SegmentFiles::load(Newest& newest) {
+    std::vector<std::string> names;
+    const int listed = m_files.list(m_folder, m_name, names);
+    if (listed < 0) return listed;
+    for (const std::string& name : names)
+        if (const uint64_t number = segment_number(m_name, name)) m_numbers.push_back(number);
+    std::sort(m_numbers.begin(), m_numbers.end());
+    m_next = m_numbers.empty() ? 1 : m_numbers.back() + 1;
+    read_ini();
+    const Identity named = m_identity;
+    for (size_t i = m_numbers.size(); i-- > 0;) {
+        SegmentHeader header;
+        const Opened file(m_files, open_existing(m_numbers[i]));
+        uint8_t first;
+        const bool readable = file.get() >= 0 && m_files.read(file.get(), &first, 1, 0) >= 0;
+        // The lock file was removed under a recorder: the lock on its segment is still there.
+        if (readable && !newest.found && m_files.locked(file.get()) == 1) return -EAGAIN;
+        if (!readable) newest.unreadable = newest.unreadable || !newest.found;
+        if (!readable || !load_segment_header(m_files, file.get(), m_numbers[i], header)) continue;
+        const bool match = m_has_ini && header.database == named;
+        if (!newest.found || match) newest.header = header;
+        newest.found = true;
+        if (match || !m_has_ini) break;
+    }
+    if (newest.found)
+        m_identity = newest.header.database;
+    else if (!m_has_ini)
+        fill_at_random(m_identity.bytes, sizeof m_identity.bytes);
+    return 0;
+}
+
+uint64_t SegmentFiles::next_number() const { return m_next; }
+
+void SegmentFiles::keep_ini(uint64_t segment_bytes, uint64_t ring_segments) {
+    const std::string text = ini_text({m_identity, segment_bytes, ring_segments});
+    if (text != m_ini && write_ini(text) == 0) m_ini = text;
+}
+
+int SegmentFiles::write_ini(const std::string& text) {
+    const std::string passing = new_ini_name(m_name);
+    m_files.remove(m_folder, passing);
+    const Opened file(m_files, m_files.open(m_folder, passing, FileSystem::Access::lock));
+    if (file.get() < 0) return file.get();
+    int result = m_files.write(file.get(), text.data(), text.size(), 0);
+    if (result == 0) result = m_files.sync(file.get());
+    if (result == 0) result = m_files.rename(m_folder, passing, m_name);
+    if (result == 0) return m_files.sync_folder(m_folder);
+    m_files.remove(m_folder, passing);
+    return result;
+}
+
+int SegmentFiles::open_existing(uint64_t number) {
+    return m_files.open(m_folder, segment_name(m_name, number), FileSystem::Access::write);
+}
+
+int SegmentFiles::open_to_go_on(uint64_t number) {
+    const int file = open_existing(number);
+    if (file >= 0) m_files.lock(file);
+    return file;
+}
+
+bool SegmentFiles::short_of_room(uint64_t bytes) {
+    const int64_t room = m_files.room(m_folder);
+    return room >= 0 && static_cast<uint64_t>(room) < bytes + bytes / 8;
+}
+
+int SegmentFiles::make(uint64_t number, uint64_t bytes, uint64_t ring) {
+    m_numbers.reserve(m_numbers.size() + 1);
+    m_leftovers.reserve(m_leftovers.size() + 2);
+    const std::string name = segment_name(m_name, number);
+    m_old_seed = 0;
+    int result = remove_leftovers();
+    while (result >= 0 && m_numbers.size() > ring) result = remove_oldest();
+    if (result < 0) return result;
+    const bool gives_way = m_numbers.size() >= ring || (!m_numbers.empty() && short_of_room(bytes));
+    result = gives_way ? recycle(number, bytes) : create(name, bytes);
+    // Room went short meanwhile, or a quota is: more of the oldest make room, not all at once.
+    for (int removed = 0; removed < MAX_REMOVED && no_room(result) && !m_numbers.empty() &&
+                          (result == -EDQUOT || short_of_room(bytes));
+         ++removed) {
+        result = remove_oldest();
+        if (result == 0) result = create(name, bytes);
+    }
+    if (result < 0) return result;
+    m_files.lock(result);
+    m_numbers.push_back(number);
+    m_next = number + 1;
+    return result;
+}
+
+int SegmentFiles::create(const std::string& name, uint64_t bytes) {
+    Opened file(m_files, m_files.open(m_folder, name, FileSystem::Access::create));
+    if (file.get() < 0) return file.get();
+    int result = m_files.allocate(file.get(), bytes);
+    if (result == 0) result = m_files.sync_folder(m_folder);
+    if (result == 0) return file.release();
+    const uint64_t number = segment_number(m_name, name);
+    if (m_files.remove(m_folder, name) < 0) m_leftovers.push_back(number);
+    return result;
+}
+
+// Whether the file holds a segment of another database.
+bool SegmentFiles::is_foreign(int file, uint64_t number) {
+    SegmentHeader header;
+    if (!load_segment_header(m_files, file, number, header)) return false;
+    m_old_seed = header.seed();
+    return !(header.database == m_identity);
+}
+
+// The oldest segment's file becomes that of the new one. A foreign file, and what is no file, is
+// not part of the ring.
+int SegmentFiles::recycle(uint64_t number, uint64_t bytes) {
+    while (!m_numbers.empty()) {
+        const uint64_t oldest = m_numbers.front();
+        Opened file(m_files, open_existing(oldest));
+        const bool not_ours = file.get() == -ENOENT || file.get() == -ELOOP ||
+                              file.get() == -EISDIR || file.get() == -EINVAL ||
+                              file.get() == -ENXIO;
+        if (file.get() < 0 && !not_ours) return file.get();
+        if (!not_ours && !is_foreign(file.get(), oldest)) {
+            const int result = take_over(file.get(), oldest, number, bytes);
+            return result < 0 ? result : file.release();
+        }
+        m_numbers.erase(m_numbers.begin());
+    }
+    return create(segment_name(m_name, number), bytes);
+}
+
+int SegmentFiles::take_over(int file, uint64_t old_number, uint64_t number, uint64_t bytes) {
+    const std::string name = segment_name(m_name, number);
+    const int64_t size = m_files.size(file);
+    if (size < 0) return static_cast<int>(size);
+    int result = 0;
+    if (static_cast<uint64_t>(size) < bytes) result = m_files.allocate(file, bytes);
+    if (static_cast<uint64_t>(size) > bytes) result = m_files.truncate(file, bytes);
+    if (result == 0) result = m_files.rename(m_folder, segment_name(m_name, old_number), name);
+    if (result < 0) return result;
+    m_numbers.erase(m_numbers.begin());
+    result = m_files.sync_folder(m_folder);
+    if (result < 0 && m_files.remove(m_folder, name) < 0) m_leftovers.push_back(number);
+    return result;
+}
+
+int SegmentFiles::remove_oldest() {
+    const uint64_t oldest = m_numbers.front();
+    {
+        const Opened file(m_files, open_existing(oldest));
+        if (file.get() < 0 || is_foreign(file.get(), oldest)) {
+            m_numbers.erase(m_numbers.begin());
+            return 0;
+        }
+    }
+    const int result = m_files.remove(m_folder, segment_name(m_name, oldest));
+    if (result == 0) m_numbers.erase(m_numbers.begin());
+    return result;
+}
+
+int SegmentFiles::remove_leftovers() {
+    while (!m_leftovers.empty()) {
+        const int result = m_files.remove(m_folder, segment_name(m_name, m_leftovers.back()));
+        if (result < 0 && result != -ENOENT) return result;
+        m_leftovers.pop_back();
+    }
+    return 0;
+}
+
+void SegmentFiles::discard(uint64_t number) {
+    std::erase(m_numbers, number);
+    int result = -ENOMEM;
+    try {
+        result = m_files.remove(m_folder, segment_name(m_name, number));
+    } catch (const std::bad_alloc&) {
+    }
+    if (result < 0) m_leftovers.push_back(number);
+}
+
+int SegmentFiles::trial() {
+    static const Block block = {};
+    const std::string name = probe_name(m_name);
+    m_files.remove(m_folder, name);
+    int result;
+    {
+        const Opened file(m_files, m_files.open(m_folder, name, FileSystem::Access::create));
+        result = file.get();
+        if (result >= 0) result = m_files.write(file.get(), block.bytes, BLOCK_BYTES, 0);
+        if (result >= 0) result = m_files.sync(file.get());
+    }
+    m_files.remove(m_folder, name);
+    return result < 0 && !no_room(result) ? result : 0;
+}
+
+}  // namespace sim
