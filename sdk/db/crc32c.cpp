@@ -7,8 +7,7 @@
 
 #if defined(__x86_64__)
 #include <nmmintrin.h>
-#elif defined(__ARM_FEATURE_CRC32) && defined(__aarch64__) && defined(__ORDER_LITTLE_ENDIAN__) && \
-    __BYTE_ORDER__ == __ORDER_LITTLE_ENDIAN__
+#elif defined(__ARM_FEATURE_CRC32) && __BYTE_ORDER__ == __ORDER_LITTLE_ENDIAN__
 #include <arm_acle.h>
 #define QM_ARM_CRC
 #endif

@@ -90,7 +90,7 @@ bool read_segment_header(const uint8_t* in, SegmentHeader& header) {
     header.mono_us = get<int64_t>(in + 72);
     header.latest_utc_us = get<int64_t>(in + 80);
     header.run = get<uint32_t>(in + 88);
-    return valid_size(header.bytes);
+    return valid_size(header.bytes) && header.number > 0 && header.number <= MAX_SEGMENT_NUMBER;
 }
 
 void seal_record(const RecordHeader& header, uint32_t seed, uint8_t* record) {
@@ -206,22 +206,28 @@ std::string ini_text(const DatabaseIni& ini) {
     return text + line;
 }
 
-// Whatever is not byte for byte what ini_text makes of the values is damaged.
+// Whatever is not byte for byte what ini_text makes of the values is damaged. With at most
+// MAX_SEGMENT_NUMBER segments of MAX_SEGMENT_BYTES the size of the ring is a 64-bit number.
 bool parse_ini(const std::string& text, DatabaseIni& ini) {
     const size_t start = text.find("identity = ");
     if (start == std::string::npos) return false;
-    unsigned digits[16];
-    int read = 0;
+    char digits[33] = {};
+    DatabaseIni found;
     if (sscanf(text.c_str() + start,
-               "identity = %2x%2x%2x%2x%2x%2x%2x%2x%2x%2x%2x%2x%2x%2x%2x%2x\n"
-               "segment_bytes = %" SCNu64 "\nring_segments = %" SCNu64 "\n%n",
-               &digits[0], &digits[1], &digits[2], &digits[3], &digits[4], &digits[5], &digits[6],
-               &digits[7], &digits[8], &digits[9], &digits[10], &digits[11], &digits[12],
-               &digits[13], &digits[14], &digits[15], &ini.segment_bytes, &ini.ring_segments,
-               &read) != 18)
+               "identity = %32[0-9a-f]\n"
+               "segment_bytes = %20" SCNu64 "\nring_segments = %20" SCNu64,
+               digits, &found.segment_bytes, &found.ring_segments) != 3)
         return false;
-    for (size_t i = 0; i < 16; ++i) ini.identity.bytes[i] = static_cast<uint8_t>(digits[i]);
-    return text == ini_text(ini) && valid_size(ini.segment_bytes) && ini.ring_segments > 0;
+    for (size_t i = 0; i < sizeof found.identity.bytes; ++i) {
+        unsigned byte = 0;
+        if (sscanf(digits + 2 * i, "%2x", &byte) != 1) return false;
+        found.identity.bytes[i] = static_cast<uint8_t>(byte);
+    }
+    if (text != ini_text(found) || !valid_size(found.segment_bytes) || found.ring_segments == 0 ||
+        found.ring_segments > MAX_SEGMENT_NUMBER)
+        return false;
+    ini = found;
+    return true;
 }
 
 }  // namespace sim

@@ -115,7 +115,7 @@ struct DatabaseIni {
 };
 inline constexpr size_t MAX_INI_BYTES = 4096;
 std::string ini_text(const DatabaseIni& ini);
-// False when it is damaged or of another format.
+// False, and `ini` is as before, when it is damaged or of another format.
 bool parse_ini(const std::string& text, DatabaseIni& ini);
 
 std::string to_text(const Identity& identity);  // 32 hexadecimal digits
