@@ -346,6 +346,24 @@ TEST_F(FileSystemTest, TellsWhatStopsAWrite) {
                   0);
 }
 
+// A file system that takes less than a unit past the page cache and says so, again and again.
+TEST_F(FileSystemTest, EndsWhenLessThanAUnitIsWrittenEachTime) {
+    const int result = in_child_with_mount("tmpfs", "size=64k", m_dir.path(), [&] {
+        signal(SIGXFSZ, SIG_IGN);
+        alarm(20);
+        const rlimit limit = {6000, 6000};
+        const int folder = files().open_folder(m_dir.path(), false);
+        const int file = files().open(folder, "file", Access::create);
+        if (!is_direct(file)) return SKIPPED;
+        const Block out = block(8192, 1);
+        if (setrlimit(RLIMIT_FSIZE, &limit) != 0) return 1;
+        if (files().write(file, out.get(), 8192, 0) != -EFBIG) return 2;
+        return files().size(file) == 6000 ? 0 : 3;
+    });
+    if (result == SKIPPED) GTEST_SKIP() << "needs the right to mount, and O_DIRECT on tmpfs";
+    EXPECT_EQ(result, 0);
+}
+
 TEST_F(FileSystemTest, TellsThatThereIsNoRoomLeft) {
     const int result = in_child_with_mount("tmpfs", "size=64k", m_dir.path(), [&] {
         const int folder = files().open_folder(m_dir.path(), false);
@@ -372,6 +390,13 @@ TEST_F(FileSystemTest, SetsRoomAsideAndGivesItBack) {
     EXPECT_GE(status.st_blocks * 512, 1 << 20);
     ASSERT_EQ(files().allocate(file, 65536), 0);  // as of a longer file that is used again
     EXPECT_EQ(files().size(file), 65536);
+    // Of a longer file that holds nothing, too.
+    ASSERT_EQ(files().truncate(file, 0), 0);
+    ASSERT_EQ(files().truncate(file, 1 << 20), 0);
+    ASSERT_EQ(files().allocate(file, 65536), 0);
+    ASSERT_EQ(fstat(file, &status), 0);
+    EXPECT_EQ(status.st_size, 65536);
+    EXPECT_GE(status.st_blocks * 512, 65536);
     ASSERT_EQ(files().truncate(file, 12345), 0);
     EXPECT_EQ(files().size(file), 12345);
     ASSERT_EQ(files().allocate(file, 0), 0);
