@@ -14,6 +14,7 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <cstdio>
 #include <cstdlib>
 #include <filesystem>
 #include <functional>
@@ -34,6 +35,7 @@ FileSystem& files() { return sim::real_file_system(); }
 // What `work` returns, 0..254, run in a process of its own; 255 when that was killed. It may change
 // everything that belongs to a process.
 int in_child(const std::function<int()>& work) {
+    fflush(stdout);
     const pid_t child = fork();
     if (child == 0) _exit(work());
     int status = 0;

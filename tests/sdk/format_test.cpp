@@ -4,6 +4,7 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cstdio>
 #include <cstring>
 #include <string>
@@ -28,6 +29,12 @@ uint32_t crc_by_bits(uint32_t seed, const Bytes& bytes) {
 Bytes part(const Bytes& bytes, size_t from, size_t to) {
     return {bytes.begin() + static_cast<ptrdiff_t>(from),
             bytes.begin() + static_cast<ptrdiff_t>(to)};
+}
+
+Bytes joined(const Bytes& first, const Bytes& second) {
+    Bytes bytes(first.size() + second.size());
+    std::copy(second.begin(), second.end(), std::copy(first.begin(), first.end(), bytes.begin()));
+    return bytes;
 }
 
 void append_crc(Bytes& bytes, uint32_t crc) {
@@ -72,7 +79,7 @@ Bytes sample_header_bytes() {
 TEST(SegmentHeader, IsWrittenTwiceAsThePageSays) {
     Bytes expected = sample_header_bytes();
     expected.resize(4096);
-    expected.insert(expected.end(), expected.begin(), expected.begin() + 4096);
+    expected = joined(expected, expected);
     Bytes written(8192, 0xee);
     write_segment_header(sample_header(), written.data());
     EXPECT_EQ(written, expected);
@@ -163,19 +170,15 @@ const Bytes SAMPLE_PAYLOAD = {'f', 'r', 'a', 'm', 'e', 0, 0, 0};
 
 // The 48 bytes of `fields`, both checksums and the filled payload.
 Bytes record_of(const Bytes& fields, const Bytes& filled_payload, uint32_t seed) {
-    Bytes covered = fields;
-    covered.insert(covered.end(), filled_payload.begin(), filled_payload.end());
-    Bytes record = fields;
-    append_crc(record, crc_by_bits(seed, covered));
-    append_crc(record, crc_by_bits(seed, record));
-    record.insert(record.end(), filled_payload.begin(), filled_payload.end());
-    return record;
+    Bytes head = fields;
+    append_crc(head, crc_by_bits(seed, joined(fields, filled_payload)));
+    append_crc(head, crc_by_bits(seed, head));
+    return joined(head, filled_payload);
 }
 
 TEST(Record, IsWrittenAsThePageSays) {
     ASSERT_EQ(SAMPLE_FIELDS.size(), 48u);
-    Bytes written(56, 0xee);
-    written.insert(written.end(), SAMPLE_PAYLOAD.begin(), SAMPLE_PAYLOAD.end());
+    Bytes written = joined(Bytes(56, 0xee), SAMPLE_PAYLOAD);
     ASSERT_EQ(sample_record().total_bytes(), written.size());
     seal_record(sample_record(), SEED, written.data());
     EXPECT_EQ(written, record_of(SAMPLE_FIELDS, SAMPLE_PAYLOAD, SEED));
@@ -199,10 +202,8 @@ TEST(Record, IsReadBack) {
     EXPECT_EQ(header.hole, expected.hole);
     EXPECT_TRUE(header.is_frame());
     EXPECT_TRUE(header.first_of_batch());
-    Bytes covered = SAMPLE_FIELDS;
-    EXPECT_EQ(record_crc_start(bytes.data(), SEED), crc_by_bits(SEED, covered));
-    covered.insert(covered.end(), SAMPLE_PAYLOAD.begin(), SAMPLE_PAYLOAD.end());
-    EXPECT_EQ(header.crc, crc_by_bits(SEED, covered));
+    EXPECT_EQ(record_crc_start(bytes.data(), SEED), crc_by_bits(SEED, SAMPLE_FIELDS));
+    EXPECT_EQ(header.crc, crc_by_bits(SEED, joined(SAMPLE_FIELDS, SAMPLE_PAYLOAD)));
 }
 
 TEST(Record, IsRefusedWithAnyBitOfItsHeaderFlipped) {
