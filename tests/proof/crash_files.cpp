@@ -421,14 +421,6 @@ int64_t CrashFiles::room(int handle) {
     return folder_of(handle) ? std::numeric_limits<int64_t>::max() : -EBADF;
 }
 
-int CrashFiles::identity(int handle, uint64_t& device, uint64_t& inode) {
-    if (!folder_of(handle)) return -EBADF;
-    const auto it = m_folders.find(opened(handle)->folder);
-    device = 1;
-    inode = static_cast<uint64_t>(std::distance(m_folders.begin(), it)) + 1;
-    return 0;
-}
-
 int CrashFiles::locked(int handle) {
     const Open* open = opened(handle);
     if (!open || !open->file) return -EBADF;

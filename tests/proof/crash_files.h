@@ -138,7 +138,6 @@ class CrashFiles : public sim::FileSystem {
     int remove(int folder, const std::string& name) override;
     int list(int folder, const std::string& prefix, std::vector<std::string>& names) override;
     int64_t room(int folder) override;
-    int identity(int folder, uint64_t& device, uint64_t& inode) override;
     int lock(int file) override;
     int locked(int file) override;
 
