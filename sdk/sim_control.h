@@ -22,6 +22,9 @@ void use_stepped_clock(int64_t start_us);
 // Moves the stepped clock on; returns when every board thread has done what was due.
 void step_clock(int64_t us);
 
+// As if the machine's UTC clock were set forward by that much (back when negative).
+void set_utc_clock(int64_t by_us);
+
 // Frames since the codec was created, and what the board was told.
 struct BoardReport {
     uint64_t delivered = 0;    // video and audio frames handed to a recording thread
@@ -40,8 +43,9 @@ struct DatabaseReport {
     uint64_t first = 0;    // sequence number of the oldest record kept
     uint64_t end = 0;      // one past the newest; records ever written
     uint64_t refused = 0;  // records that did not fit into the ring at all
-    uint64_t video = 0;    // video frames kept
-    uint64_t bytes = 0;    // payload bytes kept
+    uint64_t lost = 0;     // on disk: records taken that could not be written
+    uint64_t video = 0;    // in memory: video frames kept
+    uint64_t bytes = 0;    // in memory: payload bytes kept
     bool writing = false;  // a recording thread is at work on it
 };
 DatabaseReport database_report(iqm_db* db);

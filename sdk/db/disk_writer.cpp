@@ -20,6 +20,8 @@ constexpr size_t MIN_BATCH_BYTES = 2 * BLOCK_BYTES;
 // run.
 constexpr int64_t MAX_DISORDER_US = 1'000'000;
 constexpr size_t TROUBLE_BYTES = 200;
+// Names of segments that somebody else took, passed over in one attempt.
+constexpr int MAX_NAMES_TAKEN = 16;
 
 uint64_t filled(uint64_t bytes) { return (bytes + 7) & ~uint64_t{7}; }
 
@@ -268,7 +270,11 @@ bool DiskWriter::end_segment(int64_t now_us) {
 int DiskWriter::open_segment() {
     const int works = m_suspect ? m_segments->trial() : 0;
     if (works < 0) return works;
-    const int file = m_segments->make(m_header.number, m_header.bytes, m_options.ring_segments);
+    int file = -EEXIST;
+    for (int names = 0; file == -EEXIST && names < MAX_NAMES_TAKEN; ++names) {
+        if (names > 0) plan_again(m_segments->pass_over(m_header.number));
+        file = m_segments->make(m_header.number, m_header.bytes, m_options.ring_segments);
+    }
     if (file < 0) return file;
     m_file = file;
     // The file's old records must not look like new ones.

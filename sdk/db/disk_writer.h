@@ -38,7 +38,8 @@ class DiskWriter {
 
     // The recorded time of the frame is info.time_us (monotonic) + utc_step_us (UTC).
     Outcome append(const qm_dbframe& frame, int64_t utc_step_us, int64_t now_us);
-    // Makes everything appended so far durable. False when that is not possible now.
+    // Makes everything appended so far durable; tries at once, whatever failed before. False when
+    // that is not possible now.
     bool commit(int64_t now_us);
     // commit() when it is due.
     bool commit_if_due(int64_t now_us);

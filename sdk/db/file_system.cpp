@@ -152,7 +152,6 @@ class RealFileSystem final : public FileSystem {
     int remove(int folder, const std::string& name) override;
     int list(int folder, const std::string& prefix, std::vector<std::string>& names) override;
     int64_t room(int folder) override;
-    int identity(int folder, uint64_t& device, uint64_t& inode) override;
 
     int lock(int file) override;
     int locked(int file) override;
@@ -305,14 +304,6 @@ int64_t RealFileSystem::room(int folder) {
     constexpr uint64_t MOST = std::numeric_limits<int64_t>::max();
     const uint64_t unit = std::max<uint64_t>(status.f_frsize, 1);
     return static_cast<int64_t>(std::min<uint64_t>(status.f_bavail, MOST / unit) * unit);
-}
-
-int RealFileSystem::identity(int folder, uint64_t& device, uint64_t& inode) {
-    struct stat status = {};
-    if (fstat(folder, &status) < 0) return -errno;
-    device = status.st_dev;
-    inode = status.st_ino;
-    return 0;
 }
 
 // Locks of the open file, not of the process: the usual kind is no obstacle to a second open in

@@ -52,8 +52,6 @@ class FileSystem {
     virtual int list(int folder, const std::string& prefix, std::vector<std::string>& names) = 0;
     // Bytes that a file of this user can still take.
     virtual int64_t room(int folder) = 0;
-    // Names the folder among all folders of the machine, however its path was written.
-    virtual int identity(int folder, uint64_t& device, uint64_t& inode) = 0;
 
     // Takes the lock of a file opened with Access::lock; -EAGAIN when another open file has it. It
     // ends when the file is closed or the process ends.

@@ -1,6 +1,7 @@
 // The ring of the in-memory database, and the database object over it.
 #include "sdk/db/memory_db.h"
 
+#include <algorithm>
 #include <cstring>
 #include <map>
 #include <vector>
@@ -42,6 +43,10 @@ void give_up_oldest_kept() {
     kept().erase(kept().begin());
 }
 
+bool is_key_of(const FrameInfo& info, int stream, int channel) {
+    return is_key(info.kind) && info.stream == stream && info.channel == channel;
+}
+
 std::shared_ptr<MemoryStore> store_of(const std::string& path) {
     const auto found = stores().find(path);
     return found == stores().end() ? nullptr : found->second.lock();
@@ -56,6 +61,7 @@ bool MemoryStore::claim() {
     std::lock_guard lock(m_mutex);
     if (m_claimed) return false;
     m_claimed = true;
+    ++m_run;
     return true;
 }
 
@@ -106,6 +112,7 @@ bool MemoryStore::append(const qm_dbframe& frame) {
     const size_t offset = make_room(frame.info.bytes);
     memcpy(m_ring.get() + offset, frame.payload.get(), frame.info.bytes);
     m_records.push_back({frame.info, offset});
+    m_records.back().info.run = m_run;
     m_write = offset + frame.info.bytes;
     if (video) ++m_video;
     ring_watcher();
@@ -137,6 +144,36 @@ bool MemoryStore::read(uint64_t number, qm_dbframe& out) {
     out.reserve(record->info.bytes);
     memcpy(out.payload.get(), m_ring.get() + record->offset, record->info.bytes);
     return true;
+}
+
+uint64_t MemoryStore::at_time(int64_t time_us) {
+    std::lock_guard lock(m_mutex);
+    const auto found = std::find_if(m_records.begin(), m_records.end(), [&](const Record& record) {
+        return record.info.time_us >= time_us;
+    });
+    return m_first + static_cast<uint64_t>(found - m_records.begin());
+}
+
+bool MemoryStore::key_at_or_before(uint64_t n, int stream, int channel, uint64_t& key) {
+    std::lock_guard lock(m_mutex);
+    const uint64_t end = m_first + m_records.size();
+    for (uint64_t i = n < end ? n + 1 : end; i > m_first; --i) {
+        if (!is_key_of(find(i - 1)->info, stream, channel)) continue;
+        key = i - 1;
+        return true;
+    }
+    return false;
+}
+
+bool MemoryStore::key_after(uint64_t n, int stream, int channel, uint64_t& key) {
+    std::lock_guard lock(m_mutex);
+    const uint64_t end = m_first + m_records.size();
+    for (uint64_t i = n < m_first ? m_first : n + 1; n < end && i < end; ++i) {
+        if (!is_key_of(find(i)->info, stream, channel)) continue;
+        key = i;
+        return true;
+    }
+    return false;
 }
 
 void MemoryStore::watch(Alarm* alarm) {
@@ -234,11 +271,15 @@ void MemoryDb::end_writing() {
     m_at_work = false;
 }
 
-bool MemoryDb::append(const qm_dbframe& frame) { return m_claimed && m_store->append(frame); }
+StreamDb::Appended MemoryDb::append(const qm_dbframe& frame) {
+    return m_claimed && m_store->append(frame) ? Appended::stored : Appended::refused;
+}
 
 uint64_t MemoryDb::first() { return m_store ? m_store->first() : 0; }
 
 uint64_t MemoryDb::end() { return m_store ? m_store->end() : 0; }
+
+uint64_t MemoryDb::next(uint64_t n) { return std::clamp(n, first(), end()); }
 
 bool MemoryDb::writing() { return m_store && m_store->writing(); }
 
@@ -248,6 +289,16 @@ bool MemoryDb::info(uint64_t number, FrameInfo& out) {
 
 bool MemoryDb::read(uint64_t number, qm_dbframe& out) {
     return m_store && m_store->read(number, out);
+}
+
+uint64_t MemoryDb::at_time(int64_t time_us) { return m_store ? m_store->at_time(time_us) : 0; }
+
+bool MemoryDb::key_at_or_before(uint64_t n, int stream, int channel, uint64_t& key) {
+    return m_store && m_store->key_at_or_before(n, stream, channel, key);
+}
+
+bool MemoryDb::key_after(uint64_t n, int stream, int channel, uint64_t& key) {
+    return m_store && m_store->key_after(n, stream, channel, key);
 }
 
 void MemoryDb::watch(Alarm* alarm) {

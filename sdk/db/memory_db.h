@@ -27,6 +27,9 @@ class MemoryStore {
     uint64_t end();
     bool info(uint64_t number, FrameInfo& out);
     bool read(uint64_t number, qm_dbframe& out);
+    uint64_t at_time(int64_t time_us);
+    bool key_at_or_before(uint64_t n, int stream, int channel, uint64_t& key);
+    bool key_after(uint64_t n, int stream, int channel, uint64_t& key);
     void watch(Alarm* alarm);
     DatabaseReport report();
 
@@ -52,6 +55,7 @@ class MemoryStore {
     size_t m_video = 0;                 // video frames among the records
     uint64_t m_refused = 0;
     bool m_claimed = false;
+    uint32_t m_run = 0;  // recorders so far
     Alarm* m_watcher = nullptr;
 };
 
@@ -68,13 +72,21 @@ class MemoryDb final : public StreamDb {
 
     void begin_writing() override;
     void end_writing() override;
-    bool append(const qm_dbframe& frame) override;
+    Appended append(const qm_dbframe& frame) override;
+    int64_t due_us() override { return NEVER; }
+    void tend() override {}
+    void commit() override {}
     uint64_t first() override;
     uint64_t end() override;
+    uint64_t next(uint64_t n) override;
     bool writing() override;
     bool info(uint64_t number, FrameInfo& out) override;
     bool read(uint64_t number, qm_dbframe& out) override;
+    uint64_t at_time(int64_t time_us) override;
+    bool key_at_or_before(uint64_t n, int stream, int channel, uint64_t& key) override;
+    bool key_after(uint64_t n, int stream, int channel, uint64_t& key) override;
     void watch(Alarm* alarm) override;
+    int64_t poll_us() const override { return NEVER; }
     DatabaseReport report() override;
     bool left_open() override;
     void keep() override;

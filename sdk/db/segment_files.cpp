@@ -134,8 +134,6 @@ int SegmentFiles::load(Newest& newest) {
     return 0;
 }
 
-uint64_t SegmentFiles::next_number() const { return m_next; }
-
 void SegmentFiles::keep_ini(uint64_t segment_bytes, uint64_t ring_segments) {
     const std::string text = ini_text({m_identity, segment_bytes, ring_segments});
     if (text != m_ini && write_ini(text) == 0) m_ini = text;
@@ -170,6 +168,7 @@ bool SegmentFiles::short_of_room(uint64_t bytes) {
 }
 
 int SegmentFiles::make(uint64_t number, uint64_t bytes, uint64_t ring) {
+    if (number > MAX_SEGMENT_NUMBER) return -EOVERFLOW;
     m_numbers.reserve(m_numbers.size() + 1);
     m_leftovers.reserve(m_leftovers.size() + 2);
     const std::string name = segment_name(m_name, number);

@@ -40,7 +40,9 @@ class SegmentFiles {
     int load(Newest& newest);
     const Identity& identity() const { return m_identity; }
     // Behind all numbers in use; above MAX_SEGMENT_NUMBER when they are used up.
-    uint64_t next_number() const;
+    uint64_t next_number() const { return m_next; }
+    // A name is taken that was not there before. Returns the next number.
+    uint64_t pass_over(uint64_t number) { return m_next = number + 1; }
 
     // Brings the .ini file up to date when it says something else. A failure is made good later.
     void keep_ini(uint64_t segment_bytes, uint64_t ring_segments);

@@ -45,6 +45,23 @@ Steady::time_point steady_time_of(int64_t board_us) {
     return Steady::time_point(std::chrono::microseconds(anchor().steady + rounded_up));
 }
 
+// A clock that is set jumps; one that is only led drifts less than this between two looks.
+constexpr int64_t LEAST_STEP_US = 250'000;
+
+// How the UTC clock was set beside the steady one.
+struct UtcSteps {
+    std::mutex mutex;
+    int64_t offset_us = utc_us() - steady_us();
+    int64_t sum_us = 0;
+};
+
+UtcSteps& utc_steps() {
+    static UtcSteps* steps = new UtcSteps;
+    return *steps;
+}
+
+std::atomic<int64_t> l_set_by_us{0};
+
 std::atomic<bool> l_stepped{false};
 std::atomic<int64_t> l_stepped_now_us{0};
 
@@ -142,6 +159,19 @@ class SteppedClock {
             if (a->m_waiting && a->due()) a->m_condition.notify_one();
     }
 };
+
+int64_t utc_step_us() {
+    if (l_stepped) return l_set_by_us;
+    UtcSteps& steps = utc_steps();
+    std::lock_guard lock(steps.mutex);
+    const int64_t offset_us = utc_us() - steady_us();
+    const int64_t step_us = offset_us - steps.offset_us;
+    if (step_us >= LEAST_STEP_US || step_us <= -LEAST_STEP_US) steps.sum_us += step_us;
+    steps.offset_us = offset_us;
+    return steps.sum_us + l_set_by_us;
+}
+
+void set_utc_clock(int64_t by_us) { l_set_by_us += by_us; }
 
 void use_stepped_clock(int64_t start_us) {
     l_stepped_now_us = start_us;

@@ -16,6 +16,10 @@ inline constexpr int64_t NEVER = INT64_MAX;
 // Any thread.
 int64_t now_us();
 
+// How far the machine's UTC clock was set, forward or back, since this was first asked, beside what
+// time passed; 0 under the stepped clock. Recorded time is board time and this. Any thread.
+int64_t utc_step_us();
+
 // Wakes one thread: it waits, any thread rings. A ring while it works is not lost.
 class Alarm {
   public:
@@ -52,6 +56,9 @@ void use_stepped_clock(int64_t start_us);
 // Moves the stepped clock on, from deadline to deadline, letting every board thread finish what is
 // due at each. Returns when all of them wait again.
 void step_clock(int64_t us);
+
+// As if the machine's UTC clock were set by that much; tests only, through sim_control.h.
+void set_utc_clock(int64_t by_us);
 
 }  // namespace sim
 

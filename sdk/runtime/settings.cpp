@@ -49,6 +49,7 @@ Outcome set_one(Settings& to, const std::string& name, const std::string& value)
     if (name == "fail.mask") return result(set_fault(to.fail_mask, value));
     if (name == "fail.init") return result(set_fault(to.fail_init, value));
     if (name == "fail.open") return result(set_fault(to.fail_open, value));
+    if (name == "fail.disk") return result(set_fault(to.fail_disk, value));
     return Outcome::unknown;
 }
 
@@ -96,7 +97,7 @@ void apply_settings(Settings& to, const char* text) {
 void reset_settings() {
     apply_settings(settings(),
                    "seed=1 speed=1 drop=0 slow_disk_ms=0 "
-                   "fail.create=0 fail.mask=0 fail.init=0 fail.open=0");
+                   "fail.create=0 fail.mask=0 fail.init=0 fail.open=0 fail.disk=0");
 }
 
 Settings& settings() {

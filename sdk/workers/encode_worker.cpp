@@ -52,11 +52,11 @@ void qm_encode_worker::work(void* codec, uint32_t stream_mask, iqm_db* db,
     store.begin_writing();
     board->attach(stream_mask, this);
     while (stop.load() == 0) {
-        if (!write_oldest(store, stop)) m_alarm.wait_until(sim::NEVER);
+        if (write_oldest(store, stop) != Wrote::one) m_alarm.wait_until(store.due_us());
+        store.tend();
     }
     board->detach(this);
-    while (write_oldest(store, stop)) {
-    }
+    write_what_waits(store, stop);
     note_drops(true, true);
     note_refusals();
     store.end_writing();
@@ -155,16 +155,42 @@ void qm_encode_worker::end_of_batch() {
     m_alarm.ring();
 }
 
-// False when nothing waits.
-bool qm_encode_worker::write_oldest(sim::StreamDb& db, const std::atomic<uint32_t>& stop) {
-    qm_dbframe* frame = m_list.pop();
-    note_drops(!frame, false);
-    if (!frame) return false;
-    pause_for_slow_disk(stop);
-    if (!db.append(*frame)) ++m_refused;
-    m_waiting_bytes -= frame->info.bytes;
-    recycle(frame);
-    return true;
+// Offers the oldest frame to the database; one that it cannot take now is kept in hand.
+qm_encode_worker::Wrote qm_encode_worker::write_oldest(sim::StreamDb& db,
+                                                       const std::atomic<uint32_t>& stop) {
+    const bool again = m_in_hand;
+    if (!again) m_in_hand = m_list.pop();
+    note_drops(!m_in_hand, false);
+    if (!m_in_hand) return Wrote::none;
+    if (!again) pause_for_slow_disk(stop);
+    const sim::StreamDb::Appended appended = db.append(*m_in_hand);
+    if (appended == sim::StreamDb::Appended::busy) return Wrote::busy;
+    if (appended == sim::StreamDb::Appended::refused) ++m_refused;
+    m_waiting_bytes -= m_in_hand->info.bytes;
+    recycle(m_in_hand);
+    m_in_hand = nullptr;
+    return Wrote::one;
+}
+
+// The thread ends. What the database does not take even now is lost, and said so.
+void qm_encode_worker::write_what_waits(sim::StreamDb& db, const std::atomic<uint32_t>& stop) {
+    Wrote wrote = Wrote::one;
+    while (wrote == Wrote::one) {
+        wrote = write_oldest(db, stop);
+        if (wrote != Wrote::busy) continue;
+        db.commit();
+        wrote = write_oldest(db, stop);
+    }
+    if (wrote == Wrote::none) return;
+    uint64_t frames = 0;
+    for (qm_dbframe* frame = m_in_hand; frame; frame = m_list.pop()) {
+        m_waiting_bytes -= frame->info.bytes;
+        recycle(frame);
+        ++frames;
+    }
+    m_in_hand = nullptr;
+    sim::complain("%s: %llu frames are lost, the database cannot be written", m_name,
+                  static_cast<unsigned long long>(frames));
 }
 
 // Rings meanwhile are no loss: the list is emptied and the stop looked for before the worker waits

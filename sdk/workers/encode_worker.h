@@ -31,7 +31,9 @@ class qm_encode_worker final : public sim::FrameSink {
     void count(const sim::FrameInfo& info);
     bool make_room(const sim::FrameInfo& info);
     void drop_oldest_group();
-    bool write_oldest(sim::StreamDb& db, const std::atomic<uint32_t>& stop);
+    enum class Wrote { one, none, busy };
+    Wrote write_oldest(sim::StreamDb& db, const std::atomic<uint32_t>& stop);
+    void write_what_waits(sim::StreamDb& db, const std::atomic<uint32_t>& stop);
     void pause_for_slow_disk(const std::atomic<uint32_t>& stop);
     void recycle(qm_dbframe* frame);
     void note_dropped_frame();
@@ -58,6 +60,7 @@ class qm_encode_worker final : public sim::FrameSink {
     uint64_t m_dropped_noted = 0;
     bool m_dropping = false;
     uint64_t m_refused = 0;
+    qm_dbframe* m_in_hand = nullptr;  // taken out of the list; the database was busy
 
     std::mutex m_blanks_mutex;
     qm_dbframe* m_blanks = nullptr;  // empty frames to be filled again; guarded by m_blanks_mutex

@@ -15,8 +15,12 @@ constexpr int TOP_RUNG = 7;
 constexpr int NORMAL_RUNG = 3;
 constexpr int KEYS_ONLY_EIGHTHS = 64;  // from 8 times on
 
-// Frames delivered before the thread looks at its requests again.
+// Frames delivered, and records passed over, before the thread looks at its requests again.
 constexpr int BATCH = 64;
+constexpr int MAX_PASSED_OVER = 4096;
+// Records that a step looks through for the channels that have no frame yet: one that is not
+// recorded any more holds nobody up.
+constexpr int MAX_STEP_AHEAD = 16384;
 
 bool has_bit(uint32_t mask, int bit) { return mask >> bit & 1; }
 
@@ -144,7 +148,7 @@ void qm_playback_engine::take_request() {
     // What was passed over ahead of its time is looked at again: it may be wanted now.
     sim::FrameInfo info;
     while (m_anchored && m_scan > m_db->first() && m_db->info(m_scan - 1, info) &&
-           info.time_us > m_anchor_record_us)
+           info.run == m_run && info.time_us > m_anchor_record_us)
         --m_scan;
 }
 
@@ -180,24 +184,20 @@ int64_t qm_playback_engine::due_us(int64_t recorded_us) const {
 // its last record is due.
 int64_t qm_playback_engine::end_due_us() {
     sim::FrameInfo last;
-    const bool timed = m_anchored && m_scan > 0 && m_db->info(m_scan - 1, last);
+    const bool timed =
+        m_anchored && m_scan > 0 && m_db->info(m_scan - 1, last) && last.run == m_run;
     return timed ? due_us(last.time_us) : 0;
 }
 
 int64_t qm_playback_engine::play() {
     for (int delivered = 0; delivered < BATCH; ++delivered) {
-        if (!fetch_ahead()) {
-            // The recorder rings from here on; what it wrote in between is looked for once more.
-            m_db->watch(&m_alarm);
-            const bool live = m_db->writing();
-            if (!fetch_ahead()) {
-                if (end_due_us() > sim::now_us()) return end_due_us();
-                m_anchored = false;  // what arrives is played when it arrives
-                if (!live) stop_at_end();
-                return sim::NEVER;
-            }
-        }
+        const Fetched fetched = fetch_ahead();
+        if (fetched == Fetched::end) return wait_at_end();
+        if (fetched == Fetched::not_yet) return sim::now_us();
         m_db->watch(nullptr);
+        // Between two runs no time passes.
+        if (m_ahead.info.run != m_run) m_anchored = false;
+        m_run = m_ahead.info.run;
         if (!m_anchored) anchor_at(m_ahead.info.time_us);
         m_anchored = true;
         const int64_t due = due_us(m_ahead.info.time_us);
@@ -207,6 +207,19 @@ int64_t qm_playback_engine::play() {
         deliver(m_ahead, m_ahead_number);
     }
     return sim::now_us();
+}
+
+// Everything recorded so far was looked at. Returns when to look again.
+int64_t qm_playback_engine::wait_at_end() {
+    // The recorder rings from here on; what it wrote in between is looked for once more.
+    m_db->watch(&m_alarm);
+    const bool live = m_db->writing();
+    if (fetch_ahead() != Fetched::end) return sim::now_us();
+    if (end_due_us() > sim::now_us()) return end_due_us();
+    m_anchored = false;  // what arrives is played when it arrives
+    if (!live) stop_at_end();
+    const int64_t poll_us = m_db->poll_us();
+    return live && poll_us != sim::NEVER ? sim::now_us() + poll_us : sim::NEVER;
 }
 
 void qm_playback_engine::stop_at_end() {
@@ -226,20 +239,28 @@ void qm_playback_engine::skip_what_the_ring_dropped() {
     m_anchored = false;
 }
 
-// Reads the next frame to deliver into m_ahead. False at the end of what is recorded.
-bool qm_playback_engine::fetch_ahead() {
-    if (m_is_ahead) return true;
+// Reads the next frame to deliver into m_ahead.
+qm_playback_engine::Fetched qm_playback_engine::fetch_ahead() {
+    if (m_is_ahead) return Fetched::frame;
     sim::FrameInfo info;
-    for (;; ++m_scan) {
+    for (int passed_over = 0;; ++m_scan, ++passed_over) {
         skip_what_the_ring_dropped();
-        if (m_scan >= m_db->end()) return false;
-        if (!m_db->info(m_scan, info) || !wanted(info, m_scan)) continue;
+        m_scan = m_db->next(m_scan);
+        if (m_scan >= m_db->end()) return Fetched::end;
+        if (passed_over == MAX_PASSED_OVER) return Fetched::not_yet;
+        if (!m_db->info(m_scan, info)) continue;
+        if (m_control.channels == 0 && !m_anchored) {  // time passes all the same
+            anchor_at(info.time_us);
+            m_anchored = true;
+            m_run = info.run;
+        }
+        if (!wanted(info, m_scan)) continue;
         if (m_db->read(m_scan, m_ahead)) break;
     }
     m_ahead_number = m_scan++;
     m_is_ahead = true;
     m_owner.frame_list.push(&m_ahead);
-    return true;
+    return Fetched::frame;
 }
 
 void qm_playback_engine::put_back() {
@@ -279,7 +300,10 @@ void qm_playback_engine::step() {
     int64_t earliest_us = sim::NEVER;
     uint32_t passed_over = 0;
     sim::FrameInfo info;
-    for (uint64_t n = m_scan; missing != 0 && n < m_db->end(); ++n) {
+    int looked_at = 0;
+    uint64_t n = m_db->next(m_scan);
+    for (; missing != 0 && n < m_db->end(); n = m_db->next(n + 1)) {
+        if (++looked_at > MAX_STEP_AHEAD) break;
         if (!m_db->info(n, info) || info.kind == sim::FrameKind::audio) continue;
         const int ch = info.channel;
         if (!has_bit(missing, ch) || !plays(info, n)) continue;
@@ -289,11 +313,17 @@ void qm_playback_engine::step() {
         }
         if (!m_db->read(n, m_ahead)) continue;
         deliver(m_ahead, n);
+        m_run = info.run;
         missing &= ~(1u << ch);
         furthest_back = std::min(furthest_back, n + 1);
         earliest_us = std::min(earliest_us, info.time_us);
     }
-    if (missing == m_control.channels) return;  // nothing is left to give
+    if (missing == m_control.channels) {
+        if (looked_at <= MAX_STEP_AHEAD) return;  // nothing is left to give
+        m_scan = n;                               // the step goes on from there
+        ++m_steps;
+        return;
+    }
     for (int ch = 0; ch < QMCODEC_CHANNELS; ++ch)
         if (!has_bit(m_control.channels, ch) || has_bit(passed_over & missing, ch))
             m_key_needed[ch] = true;

@@ -55,7 +55,9 @@ class qm_playback_engine {
     int64_t play();
     void step();
     void skip_what_the_ring_dropped();
-    bool fetch_ahead();
+    enum class Fetched { frame, end, not_yet };
+    Fetched fetch_ahead();
+    int64_t wait_at_end();
     void put_back();
     bool plays(const sim::FrameInfo& info, uint64_t number) const;
     bool decodable(const sim::FrameInfo& info) const;
@@ -83,6 +85,7 @@ class qm_playback_engine {
     bool m_key_needed[QMCODEC_CHANNELS] = {};
     uint32_t m_key_number[QMCODEC_CHANNELS] = {};  // of the last key frame delivered
     bool m_key_seen[QMCODEC_CHANNELS] = {};
+    uint32_t m_run = 0;              // of the last frame looked at ahead of its time
     bool m_anchored = false;         // else the next frame plays at once
     int64_t m_anchor_record_us = 0;  // this recorded time plays ...
     int64_t m_anchor_us = 0;         // ... at this board time

@@ -24,7 +24,7 @@
 
 namespace {
 
-constexpr uint32_t ON_DISK = 0;
+constexpr uint32_t UNSUPPORTED = 3;  // a database type that cannot be opened
 
 int count_entries(const char* folder) {
     int count = 0;
@@ -175,9 +175,9 @@ TEST_F(Session, SurvivesARefusedSearchWhenNoDatabaseWasEverOpened) {
 }
 
 TEST_F(Session, SurvivesAFailedSearchOpenAgainAndAgain) {
-    env.main_database_type = ON_DISK;
+    env.main_database_type = UNSUPPORTED;
     const std::string out = run("search\nsearch\nencode 0\nsearch\nexit\n");
-    EXPECT_EQ(count_of(out, "Decode DB Stream : 0, Type : 0\n"), 3);
+    EXPECT_EQ(count_of(out, "Decode DB Stream : 0, Type : 3\n"), 3);
     EXPECT_FALSE(contains(out, "SEARCH>"));
 }
 
@@ -189,11 +189,11 @@ TEST_F(Session, SurvivesSetdbWithANumberThatIsNoStream) {
 }
 
 TEST_F(Session, SurvivesSetdbWhoseOpenFails) {
-    env.dual_database_type = ON_DISK;
+    env.dual_database_type = UNSUPPORTED;
     const std::string out =
         run("encode 0\nsearch\nsetdb 1\npb 4\npb setchmask ff\nsetdb 1\nsetdb 0\npb 4\nsetdb 1\n"
             "pb 3\nexit\nsearch\nsetdb 7\nexit\nexit\n");
-    EXPECT_EQ(count_of(out, "Decode DB Stream : 1, Type : 0\n"), 2);
+    EXPECT_EQ(count_of(out, "Decode DB Stream : 1, Type : 3\n"), 2);
     EXPECT_TRUE(contains(out, "Destroy QM AV Codec.\n"));
 }
 
@@ -206,13 +206,13 @@ TEST_F(Session, StartsThePlaybackThreadAgainAfterEachSetdb) {
 }
 
 TEST_F(Session, SurvivesEncodersWhoseDatabaseFails) {
-    env.main_database_type = env.dual_database_type = ON_DISK;
+    env.main_database_type = env.dual_database_type = UNSUPPORTED;
     const std::string out =
         run("encode 0\nencode 0\nencode 1\nencode 2\nencode 2\nencode 3\nexit\n");
     EXPECT_EQ(count_of(out, "Encode DB Stream :"), 2);
     EXPECT_FALSE(contains(out, "already running"));
     env.dual_database_type = 2;
-    env.jpeg_database_type = ON_DISK;
+    env.jpeg_database_type = UNSUPPORTED;
     EXPECT_TRUE(contains(run("encode 2\nencode 2\nencode 3\nexit\n"), "already running"));
 }
 
