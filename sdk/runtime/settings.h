@@ -32,6 +32,7 @@ struct Settings {
     Fault fail_mask;                       // SetChipEnableMask
     Fault fail_init;                       // InitAVCodec
     Fault fail_open;                       // iqm_db::Open
+    Fault fail_disk;                       // a write to a database on disk
 };
 
 // The settings of this process; QM_BOARD is read at the first call.
