@@ -1,5 +1,6 @@
 // Reading a disk database, also while it is written: by sequence number, by time and channel.
-// Writes nothing and takes no lock. One thread at a time.
+// Writes nothing and takes no lock. One thread at a time. Files that are none of the database's
+// segments, or cannot be read, are passed over.
 #ifndef SDK_DB_DISK_READER_H
 #define SDK_DB_DISK_READER_H
 
@@ -9,9 +10,11 @@
 
 #include "sdk/db/file_system.h"
 #include "sdk/db/format.h"
+#include "sdk/db/segment_index.h"
 
 namespace sim {
 
+// Where memory runs out a call throws std::bad_alloc; the next one finds all as it was.
 class DiskReader {
   public:
     // Null when there is no such database: `why` says so in words. A database without a readable
@@ -41,7 +44,105 @@ class DiskReader {
     bool recorded();
 
   private:
-    DiskReader() = default;
+    enum class State : uint8_t { unknown, good, passed_over, unreadable };  // last: for now
+
+    // A segment that is in use: its file, as long as it is open, and its index.
+    struct Loaded {
+        explicit Loaded(FileSystem& its_files) : files(its_files) {}
+        ~Loaded() { close(); }
+        Loaded(const Loaded&) = delete;
+        Loaded& operator=(const Loaded&) = delete;
+        void close();
+
+        FileSystem& files;
+        uint64_t number = 0;
+        SegmentHeader header;
+        uint32_t seed = 0;
+        int file = -1;
+        uint64_t used = 0;  // when, in calls
+        SegmentIndex index;
+        std::unique_ptr<SegmentScan> scan;  // of the newest segment
+    };
+
+    // A file that has a segment's name. What is known of it is found out when it is needed.
+    struct Segment {
+        uint64_t number = 0;
+        uint64_t first_sequence = 0;
+        int64_t latest_utc_us = 0;  // before it
+        LaneSet keys;               // the channels with key frames in it
+        bool keys_known = false;
+        State state = State::unknown;
+        Loaded* loaded = nullptr;
+    };
+    static constexpr size_t NONE = SIZE_MAX;
+
+    DiskReader(FileSystem& files, std::string name) : m_files(files), m_name(std::move(name)) {}
+
+    bool start(const std::string& folder, std::string& why);
+    void read_ini();
+    int open_file(uint64_t number);
+    int open_header(uint64_t number, SegmentHeader& header);
+    bool list_segments();
+    void keep_listed(std::vector<Segment>& listed);
+    bool settle();
+    bool decide_identity();
+
+    bool examine(Segment& segment);
+    bool good(size_t place);
+    size_t good_above(size_t place);
+    template <class Before>
+    size_t last_where(Before before);
+    size_t holder(uint64_t n);
+    uint64_t limit(size_t place);
+
+    bool refresh();
+    bool follow_newest();
+    bool find_newer();
+    bool find_listed();
+    bool look_in_folder();
+    void adopt(size_t place);
+
+    Loaded* load(size_t place);
+    void load_index(Loaded& loaded, bool newest);
+    int hold_file(Loaded& loaded);
+    void unload(Loaded* loaded);
+    void make_room(const Loaded* in_use);
+    bool close_one(const Loaded* in_use);
+    void pass_over(size_t place);
+    bool still_there(Loaded& loaded);
+
+    bool locate(uint64_t n, size_t& place, size_t& entry);
+    const uint8_t* bytes_at(Loaded& loaded, uint64_t offset, size_t wanted, size_t& got);
+    const uint8_t* header_at(Loaded& loaded, size_t entry, size_t wanted, RecordHeader& header,
+                             size_t& got);
+    bool read_entry(Loaded& loaded, size_t entry, qm_dbframe& out);
+    bool next_known(uint64_t n, uint64_t& found);
+    bool at_time_known(int64_t time_us, uint64_t& found);
+    bool key_after_known(uint64_t n, size_t lane, uint64_t& key);
+
+    FileSystem& m_files;
+    const std::string m_name;  // of the .ini file
+    int m_folder = -1;
+    int m_lock = -1;
+    bool m_has_ini = false;
+    Identity m_ini_identity;
+    Identity m_identity;
+    bool m_has_identity = false;
+
+    std::vector<Segment> m_segments;  // rising numbers
+    size_t m_newest = NONE;           // place of the newest good one
+    uint64_t m_end = 0;
+    int64_t m_list_due_us = 0;  // steady clock
+    std::vector<std::unique_ptr<Loaded>> m_loaded;
+    uint64_t m_calls = 0;
+
+    // Bytes read ahead of a caller who reads on.
+    std::unique_ptr<uint8_t[]> m_ahead;
+    uint64_t m_ahead_segment = 0;  // identity
+    uint64_t m_ahead_offset = 0;
+    size_t m_ahead_bytes = 0;
+    size_t m_ahead_reach = 0;   // of the last read
+    uint64_t m_ahead_next = 0;  // where the last record looked at begins or ends
 };
 
 }  // namespace sim

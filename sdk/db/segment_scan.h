@@ -70,6 +70,8 @@ class SegmentScan {
     SegmentScan(FileSystem& files, int file, const SegmentHeader& header, OnRecord on_record,
                 OnHole on_hole);
 
+    // Goes on behind what is known of the segment already.
+    void resume(const ScanResult& known) { m_result = known; }
     // Goes on where the last call ended, as far as records follow.
     void follow();
     // Follows, and looks for records behind what is unreadable, up to the segment's end. A segment
