@@ -47,6 +47,8 @@ int64_t difference(int64_t later, int64_t earlier) {
 class Counter {
   public:
     void take(const RecordHeader& frame);
+    // The ring has taken a segment: what is missing before the next frame was not lost.
+    void pass_over();
     Summary summary;
 
   private:
@@ -54,6 +56,7 @@ class Counter {
     void follow_channel(const RecordHeader& frame, int row, Channel& channel);
 
     bool m_any = false;
+    bool m_passed_over = false;
     RecordHeader m_last;
     Channel m_channels[SUMMARY_ROWS][QMCODEC_CHANNELS];
 };
@@ -62,7 +65,7 @@ void Counter::take(const RecordHeader& frame) {
     const bool audio = frame.kind == static_cast<uint8_t>(FrameKind::audio);
     const int row = audio ? AUDIO_ROW : frame.stream;
     Channel& channel = m_channels[row][frame.channel];
-    if (m_any && frame.sequence > m_last.sequence + 1)
+    if (m_any && !m_passed_over && frame.sequence > m_last.sequence + 1)
         summary.missing.add({m_last.sequence + 1, frame.sequence - m_last.sequence - 1,
                              m_last.utc_us, frame.utc_us});
     follow_run(frame, channel);
@@ -80,8 +83,15 @@ void Counter::take(const RecordHeader& frame) {
     summary.any = m_any = true;
     ++summary.frames;
     m_last = frame;
+    m_passed_over = false;
     channel.seen = true;
     channel.last = frame;
+}
+
+void Counter::pass_over() {
+    m_passed_over = true;
+    for (auto& row : m_channels)
+        for (Channel& channel : row) channel.seen = false;
 }
 
 // A recording that begins counts its channels' frames from 0; one whose clock is stepped goes on.
@@ -187,19 +197,26 @@ uint64_t count(FileSystem& files, const OpenSegment& segment, uint64_t limit, Su
 class SegmentWalk {
   public:
     using Take = std::function<void(const OpenSegment&, uint64_t limit)>;
+    using PassOver = std::function<void()>;
 
     SegmentWalk(const DatabaseView& view, Summary& summary, const OnProgress& progress)
         : m_view(view), m_summary(summary), m_progress(progress) {}
 
-    void run(const Take& take) {
+    void run(const Take& take, const PassOver& pass_over) {
         std::unique_ptr<OpenSegment> current;
         for (const uint64_t number : m_view.numbers()) {
             std::unique_ptr<OpenSegment> next = m_view.segment(number);
             ++m_summary.segments[static_cast<size_t>(next->state)];
             m_summary.file_bytes += next->bytes;
-            if (next->state != SegmentState::whole) continue;
+            const bool gone = next->state == SegmentState::gone;
+            if (next->state != SegmentState::whole && !gone) continue;
+            if (current) hand_on(take, *current, gone ? UINT64_MAX : next->header.first_sequence);
+            current.reset();
+            if (gone) {
+                pass_over();
+                continue;
+            }
             m_summary.segment_bytes = next->header.bytes;
-            if (current) hand_on(take, *current, next->header.first_sequence);
             current = std::move(next);
         }
         if (current) hand_on(take, *current, UINT64_MAX);
@@ -239,18 +256,21 @@ Summary summarize(const DatabaseView& view, const OnProgress& progress) {
     auto counter = std::make_unique<Counter>();
     Summary files;
     SegmentWalk segments(view, files, progress);
-    segments.run([&](const OpenSegment& segment, uint64_t limit) {
-        auto before = std::make_unique<Counter>(*counter);
-        counter->summary.damaged += walk(
-            view.files(), segment,
-            [&](const RecordHeader& record) {
-                if (record.sequence < limit) counter->take(record);
-            },
-            [&](uint64_t offset) { segments.tell(offset); });
-        if (view.still_there(segment)) return;
-        counter = std::move(before);
-        segments.forget(segment);
-    });
+    segments.run(
+        [&](const OpenSegment& segment, uint64_t limit) {
+            auto before = std::make_unique<Counter>(*counter);
+            counter->summary.damaged += walk(
+                view.files(), segment,
+                [&](const RecordHeader& record) {
+                    if (record.sequence < limit) counter->take(record);
+                },
+                [&](uint64_t offset) { segments.tell(offset); });
+            if (view.still_there(segment)) return;
+            counter = std::move(before);
+            counter->pass_over();
+            segments.forget(segment);
+        },
+        [&] { counter->pass_over(); });
     Summary& summary = counter->summary;
     std::copy(std::begin(files.segments), std::end(files.segments), summary.segments);
     summary.file_bytes = files.file_bytes;
@@ -261,18 +281,20 @@ Summary summarize(const DatabaseView& view, const OnProgress& progress) {
 Summary count_records(const DatabaseView& view, const OnProgress& progress) {
     auto summary = std::make_unique<Summary>();
     SegmentWalk segments(view, *summary, progress);
-    segments.run([&](const OpenSegment& segment, uint64_t limit) {
-        Summary own;
-        own.frames = count(view.files(), segment, limit, own,
-                           [&](uint64_t offset) { segments.tell(offset); });
-        if (!view.still_there(segment)) return segments.forget(segment);
-        summary->damaged += own.damaged;
-        if (own.frames == 0) return;
-        if (!summary->any) summary->first_us = segment.header.utc_us;
-        summary->any = true;
-        summary->last_us = own.last_us;
-        summary->frames += own.frames;
-    });
+    segments.run(
+        [&](const OpenSegment& segment, uint64_t limit) {
+            Summary own;
+            own.frames = count(view.files(), segment, limit, own,
+                               [&](uint64_t offset) { segments.tell(offset); });
+            if (!view.still_there(segment)) return segments.forget(segment);
+            summary->damaged += own.damaged;
+            if (own.frames == 0) return;
+            if (!summary->any) summary->first_us = segment.header.utc_us;
+            summary->any = true;
+            summary->last_us = own.last_us;
+            summary->frames += own.frames;
+        },
+        [] {});
     return std::move(*summary);
 }
 

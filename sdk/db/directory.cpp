@@ -1,66 +1,123 @@
 // Reading the directory of a segment.
 #include "sdk/db/directory.h"
 
-#include <memory>
+#include <algorithm>
 
+#include "mainwork/qm_codec.h"
 #include "sdk/db/crc32c.h"
 
 namespace sim {
 
 namespace {
 
-// Where the directory record begins; 0 when the file does not end with one.
-uint64_t find_record(FileSystem& files, int file, const SegmentHeader& header, uint64_t end,
-                     uint32_t& entries) {
-    uint8_t tail[TAIL_BYTES];
+struct Directory {
+    RecordHeader record;
     uint64_t offset = 0;
-    if (files.read(file, tail, sizeof tail, end - sizeof tail) != TAIL_BYTES ||
-        !read_tail(tail, entries, offset))
-        return 0;
-    const bool inside = offset >= SEGMENT_START && end <= header.bytes &&
-                        entries <= header.bytes / RECORD_BYTES &&
-                        offset + RECORD_BYTES + directory_bytes(entries) == end;
-    return inside ? offset : 0;
+    uint32_t entries = 0;
+};
+
+uint64_t offset_of(const DirectoryEntry& entry) { return uint64_t{entry.offset_8} * 8; }
+
+bool whole_record(FileWindow& window, uint64_t offset, uint32_t seed, RecordHeader& record) {
+    const uint8_t* bytes = window.at(offset, RECORD_BYTES);
+    if (!bytes || !read_record_header(bytes, seed, record)) return false;
+    uint32_t crc = record_crc_start(bytes, seed);
+    return window.crc(offset + RECORD_BYTES, record.total_bytes() - RECORD_BYTES, crc) &&
+           crc == record.crc;
 }
 
-bool whole(const uint8_t* record, uint64_t size, const SegmentHeader& header, uint32_t entries) {
-    const uint32_t seed = header.seed();
-    RecordHeader own;
-    return read_record_header(record, seed, own) && own.kind == RECORD_DIRECTORY &&
-           own.bytes == directory_bytes(entries) && own.total_bytes() == size &&
-           own.sequence == header.first_sequence + entries &&
-           crc32c(record_crc_start(record, seed), record + RECORD_BYTES, size - RECORD_BYTES) ==
-               own.crc;
+// Where the directory begins, and that it ends where the file ends and its checksum holds.
+bool find_directory(FileWindow& window, uint64_t file_bytes, const SegmentHeader& header,
+                    Directory& out) {
+    if (file_bytes > header.bytes || file_bytes < SEGMENT_START + RECORD_BYTES + TAIL_BYTES)
+        return false;
+    const uint8_t* tail = window.at(file_bytes - TAIL_BYTES, TAIL_BYTES);
+    if (!tail || !read_tail(tail, out.entries, out.offset)) return false;
+    return out.offset >= SEGMENT_START && out.offset < file_bytes &&
+           header.first_sequence < UINT64_MAX - out.entries &&
+           whole_record(window, out.offset, header.seed(), out.record) &&
+           out.record.kind == RECORD_DIRECTORY &&
+           out.record.bytes == directory_bytes(out.entries) &&
+           out.record.sequence == header.first_sequence + out.entries &&
+           out.record.total_bytes() == file_bytes - out.offset;
+}
+
+bool sensible(const DirectoryEntry& entry) {
+    return entry.kind <= static_cast<uint8_t>(FrameKind::audio) && entry.stream < QMCODEC_STREAMS &&
+           entry.channel < QMCODEC_CHANNELS;
+}
+
+bool read_entries(FileWindow& window, const Directory& directory,
+                  std::vector<DirectoryEntry>& entries, ScanResult& known) {
+    entries.reserve(directory.entries);
+    uint64_t least = SEGMENT_START;  // offset of the next frame
+    for (uint32_t i = 0; i < directory.entries; ++i) {
+        const uint8_t* bytes =
+            window.at(directory.offset + RECORD_BYTES + uint64_t{i} * ENTRY_BYTES, ENTRY_BYTES);
+        if (!bytes) return false;
+        const DirectoryEntry entry = read_entry(bytes);
+        if (!sensible(entry) || offset_of(entry) < least ||
+            offset_of(entry) + RECORD_BYTES > directory.offset)
+            return false;
+        least = offset_of(entry) + RECORD_BYTES;
+        entries.push_back(entry);
+        known.latest_utc_us = std::max(known.latest_utc_us, entry.utc_us);
+    }
+    return true;
+}
+
+// What a scan would know of the last frame besides.
+bool read_last(FileWindow& window, uint32_t seed, const std::vector<DirectoryEntry>& entries,
+               ScanResult& known) {
+    if (entries.empty()) return true;
+    const uint8_t* bytes = window.at(offset_of(entries.back()), RECORD_BYTES);
+    return bytes && read_record_header(bytes, seed, known.last) && known.last.is_frame() &&
+           known.last.sequence + 1 == known.next_sequence;
+}
+
+// From the last frame that begins a batch on, or from the segment's start, record follows record up
+// to the directory.
+bool last_batch_whole(FileWindow& window, uint32_t seed, const std::vector<DirectoryEntry>& entries,
+                      uint64_t directory) {
+    uint64_t offset = SEGMENT_START;
+    RecordHeader record;
+    for (size_t i = entries.size(); i > 0; --i) {
+        const uint8_t* bytes = window.at(offset_of(entries[i - 1]), RECORD_BYTES);
+        if (!bytes || !read_record_header(bytes, seed, record)) return false;
+        if (!record.first_of_batch()) continue;
+        offset = offset_of(entries[i - 1]);
+        break;
+    }
+    while (offset < directory) {
+        if (!whole_record(window, offset, seed, record)) return false;
+        offset += record.total_bytes();
+    }
+    return offset == directory;
 }
 
 }  // namespace
 
-uint64_t load_directory(FileSystem& files, int file, const SegmentHeader& header,
-                        std::vector<DirectoryEntry>& entries) {
+bool load_directory(FileSystem& files, int file, const SegmentHeader& header, bool newest,
+                    std::vector<DirectoryEntry>& entries, ScanResult& known) {
     entries.clear();
-    const int64_t size = files.size(file);
-    if (size < static_cast<int64_t>(SEGMENT_START + RECORD_BYTES + TAIL_BYTES)) return 0;
-    const uint64_t end = static_cast<uint64_t>(size);
-    uint32_t count = 0;
-    const uint64_t offset = find_record(files, file, header, end, count);
-    if (offset == 0) return 0;
-    const size_t bytes = static_cast<size_t>(end - offset);
-    const std::unique_ptr<uint8_t[]> record(new uint8_t[bytes]);
-    if (files.read(file, record.get(), bytes, offset) != static_cast<int64_t>(bytes) ||
-        !whole(record.get(), bytes, header, count))
-        return 0;
-    entries.reserve(count);
-    uint64_t least = SEGMENT_START;
-    for (uint32_t i = 0; i < count; ++i) {
-        entries.push_back(read_entry(record.get() + RECORD_BYTES + i * ENTRY_BYTES));
-        const uint64_t at = uint64_t{entries.back().offset_8} * 8;
-        if (at < least || at >= offset) {
-            entries.clear();
-            return 0;
-        }
-        least = at + RECORD_BYTES;
+    const int64_t file_bytes = files.size(file);
+    if (file_bytes < 0) return false;
+    FileWindow window(files, file);
+    Directory directory;
+    known = {};
+    known.latest_utc_us = header.latest_utc_us;
+    if (find_directory(window, static_cast<uint64_t>(file_bytes), header, directory)) {
+        known.end = static_cast<uint64_t>(file_bytes);
+        known.next_sequence = directory.record.sequence;
+        known.frames = directory.entries;
+        known.finished = true;
+        if (read_entries(window, directory, entries, known) &&
+            read_last(window, header.seed(), entries, known) &&
+            (!newest || last_batch_whole(window, header.seed(), entries, directory.offset)))
+            return true;
     }
-    return end;
+    entries.clear();
+    return false;
 }
 
 }  // namespace sim

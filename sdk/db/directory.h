@@ -5,15 +5,15 @@
 
 #include <vector>
 
-#include "sdk/db/file_system.h"
-#include "sdk/db/format.h"
+#include "sdk/db/segment_scan.h"
 
 namespace sim {
 
-// Reads the directory at the end of the file. Returns the offset behind it, where the segment ends;
-// 0 when there is none that can be trusted: then a scan tells.
-uint64_t load_directory(FileSystem& files, int file, const SegmentHeader& header,
-                        std::vector<DirectoryEntry>& entries);
+// Reads the directory at the end of the file. False when there is none that can be trusted: then a
+// scan tells. `known` is what the scan would have found. In the newest segment the batch with the
+// directory may have been interrupted: there `newest` verifies the records of that batch as well.
+bool load_directory(FileSystem& files, int file, const SegmentHeader& header, bool newest,
+                    std::vector<DirectoryEntry>& entries, ScanResult& known);
 
 }  // namespace sim
 

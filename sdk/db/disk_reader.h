@@ -11,6 +11,7 @@
 #include "sdk/db/file_system.h"
 #include "sdk/db/format.h"
 #include "sdk/db/segment_index.h"
+#include "sdk/db/segment_scan.h"
 
 namespace sim {
 

@@ -1,11 +1,13 @@
 // A reader's view of the files of a database: which segments there are, which is the newest, and
 // which of them are loaded. What callers ask for stands in disk_reader.cpp.
+#include "sdk/db/disk_reader.h"
+
 #include <algorithm>
 #include <cerrno>
 #include <chrono>
 #include <cstring>
 
-#include "sdk/db/disk_reader.h"
+#include "sdk/db/directory.h"
 
 namespace sim {
 
@@ -266,8 +268,15 @@ DiskReader::Loaded* DiskReader::load(size_t place) {
 
 void DiskReader::load_index(Loaded& loaded, bool newest) {
     ScanResult known;
+    std::vector<DirectoryEntry> frames;
     const bool has_directory =
-        load_directory(m_files, loaded.file, loaded.header, loaded.index, known);
+        load_directory(m_files, loaded.file, loaded.header, newest, frames, known);
+    loaded.index.begin(loaded.header);
+    loaded.index.reserve(frames.size());
+    for (size_t i = 0; i < frames.size(); ++i)
+        loaded.index.add(loaded.header.first_sequence + i, frames[i]);
+    if (has_directory)
+        loaded.index.set_end(known.end - RECORD_BYTES - directory_bytes(frames.size()));
     if (has_directory && !newest) return;
     const auto on_record = [&loaded](const RecordHeader& record, uint64_t offset) {
         if (!record.is_frame()) return;

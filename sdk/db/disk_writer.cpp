@@ -79,26 +79,15 @@ bool DiskWriter::go_on_in(const SegmentHeader& header) {
     m_header = header;
     m_seed = header.seed();
     m_next_sequence = header.first_sequence;
-    m_run = header.run + 1;
     m_latest_utc_us = header.latest_utc_us;
+    m_run = header.run + 1;
     m_file = m_segments->open_to_go_on(header.number);
     if (m_file < 0) return false;
 
-    bool in_order = true;
-    uint64_t end = load_directory(m_files, m_file, header, m_entries);
-    m_has_directory = end != 0;
-    if (m_has_directory) {
-        m_next_sequence += m_entries.size();
-        for (const DirectoryEntry& entry : m_entries)
-            m_latest_utc_us = std::max(m_latest_utc_us, entry.utc_us);
-        RecordHeader last;
-        uint8_t bytes[RECORD_BYTES];
-        if (!m_entries.empty() &&
-            m_files.read(m_file, bytes, sizeof bytes, uint64_t{m_entries.back().offset_8} * 8) ==
-                RECORD_BYTES &&
-            read_record_header(bytes, m_seed, last))
-            m_run = last.run + 1;
-    } else {
+    ScanResult found;
+    int error = 0;
+    m_has_directory = load_directory(m_files, m_file, header, true, m_entries, found);
+    if (!m_has_directory) {
         SegmentScan scan(
             m_files, m_file, header,
             [this](const RecordHeader& record, uint64_t offset) {
@@ -108,22 +97,22 @@ bool DiskWriter::go_on_in(const SegmentHeader& header) {
             },
             {});
         scan.run();
-        const ScanResult& found = scan.result();
-        end = found.end;
-        m_next_sequence = found.next_sequence;
-        m_latest_utc_us = std::max(m_latest_utc_us, found.latest_utc_us);
-        if (found.frames > 0) m_run = found.last.run + 1;
-        // What a killed recorder wrote may not be durable yet.
-        in_order = !found.damaged && scan.error() == 0 && m_files.sync(m_file) == 0 &&
-                   found.frames == found.next_sequence - header.first_sequence;
-        if (scan.error() != 0) {
-            leave_segment();
-            return false;
-        }
+        found = scan.result();
+        error = scan.error();
     }
+    m_next_sequence = found.next_sequence;
+    m_latest_utc_us = found.latest_utc_us;
+    if (found.frames > 0) m_run = found.last.run + 1;
+    if (error != 0) {
+        leave_segment();
+        return false;
+    }
+    // What a killed recorder wrote may not be durable yet.
+    const bool in_order = m_files.sync(m_file) == 0 && !found.damaged &&
+                          found.frames == found.next_sequence - header.first_sequence;
     m_planned = m_has_batch = true;
-    m_offset = round_up_to_block(end);
-    m_hole = static_cast<uint32_t>(m_offset - end);
+    m_offset = round_up_to_block(found.end);
+    m_hole = static_cast<uint32_t>(m_offset - found.end);
     m_allocated = false;
     if (!in_order || header.bytes != m_options.segment_bytes || m_offset >= header.bytes)
         leave_segment();
@@ -168,7 +157,7 @@ DiskWriter::Outcome DiskWriter::take(const qm_dbframe& frame, int64_t utc_step_u
 void DiskWriter::put(const qm_dbframe& frame, int64_t utc_us) {
     const FrameInfo& info = frame.info;
     uint8_t* record = area() + m_filled;
-    memcpy(record + RECORD_BYTES, frame.payload.get(), info.bytes);
+    if (info.bytes > 0) memcpy(record + RECORD_BYTES, frame.payload.get(), info.bytes);
     memset(record + RECORD_BYTES + info.bytes, 0,
            static_cast<size_t>(filled(info.bytes)) - info.bytes);
     RecordHeader header;

@@ -276,14 +276,14 @@ int RealFileSystem::list(int folder, const std::string& prefix, std::vector<std:
     // Another open file of the folder: the position of the first is shared by all threads.
     const int again = above_console(openat(folder, ".", O_RDONLY | O_DIRECTORY | O_CLOEXEC));
     if (again < 0) return again;
-    DIR* entries = fdopendir(again);
-    if (entries == nullptr) {
+    const std::unique_ptr<DIR, int (*)(DIR*)> entries(fdopendir(again), closedir);
+    if (!entries) {
         const int error = -errno;
         ::close(again);
         return error;
     }
     errno = 0;
-    while (const dirent* entry = readdir(entries)) {
+    while (const dirent* entry = readdir(entries.get())) {
         struct stat status = {};
         if (strncmp(entry->d_name, prefix.c_str(), prefix.size()) == 0 &&
             (entry->d_type == DT_REG ||
@@ -293,9 +293,7 @@ int RealFileSystem::list(int folder, const std::string& prefix, std::vector<std:
             names.emplace_back(entry->d_name);
         errno = 0;
     }
-    const int error = -errno;
-    closedir(entries);
-    return error;
+    return -errno;
 }
 
 int64_t RealFileSystem::room(int folder) {

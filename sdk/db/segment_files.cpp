@@ -86,21 +86,25 @@ std::unique_ptr<SegmentFiles> SegmentFiles::open(FileSystem& files, const std::s
 }
 
 SegmentFiles::~SegmentFiles() {
+    if (m_ini_file >= 0) m_files.close(m_ini_file);
     if (m_lock >= 0) m_files.close(m_lock);
     if (m_folder >= 0) m_files.close(m_folder);
 }
 
-void SegmentFiles::read_ini() {
+// -EAGAIN when the lock file was removed under a recorder: its .ini is locked as well.
+int SegmentFiles::read_ini() {
     m_has_ini = false;
     const Opened file(m_files, m_files.open(m_folder, m_name, FileSystem::Access::read));
-    if (file.get() < 0) return;
+    if (file.get() < 0) return 0;
+    if (m_files.locked(file.get()) == 1) return -EAGAIN;
     char text[MAX_INI_BYTES];
     const int64_t size = m_files.read(file.get(), text, sizeof text, 0);
-    if (size < 0) return;
+    if (size < 0) return 0;
     m_ini.assign(text, static_cast<size_t>(size));
     DatabaseIni ini;
     m_has_ini = parse_ini(m_ini, ini);
     if (m_has_ini) m_identity = ini.identity;
+    return 0;
 }
 
 int SegmentFiles::load(Newest& newest) {
@@ -111,45 +115,83 @@ int SegmentFiles::load(Newest& newest) {
         if (const uint64_t number = segment_number(m_name, name)) m_numbers.push_back(number);
     std::sort(m_numbers.begin(), m_numbers.end());
     m_next = m_numbers.empty() ? 1 : m_numbers.back() + 1;
-    read_ini();
-    const Identity named = m_identity;
-    for (size_t i = m_numbers.size(); i-- > 0;) {
-        SegmentHeader header;
-        const Opened file(m_files, open_existing(m_numbers[i]));
-        uint8_t first;
-        const bool readable = file.get() >= 0 && m_files.read(file.get(), &first, 1, 0) >= 0;
-        // The lock file was removed under a recorder: the lock on its segment is still there.
-        if (readable && !newest.found && m_files.locked(file.get()) == 1) return -EAGAIN;
-        if (!readable) newest.unreadable = newest.unreadable || !newest.found;
-        if (!readable || !load_segment_header(m_files, file.get(), m_numbers[i], header)) continue;
-        const bool match = m_has_ini && header.database == named;
-        if (!newest.found || match) newest.header = header;
-        newest.found = true;
-        if (match || !m_has_ini) break;
-    }
+    if (read_ini() == -EAGAIN) return -EAGAIN;
+    size_t place = m_numbers.size();
+    const int found = find_newest(newest, place);
+    if (found < 0) return found;
+    if (newest.found && m_has_ini && newest.header.database != m_identity)
+        decide_identity(newest, place);
     if (newest.found)
         m_identity = newest.header.database;
     else if (!m_has_ini)
         fill_at_random(m_identity.bytes, sizeof m_identity.bytes);
+    // Files that never became segments, or are none any more, are used again before any record.
+    std::rotate(m_numbers.begin(), m_numbers.begin() + static_cast<ptrdiff_t>(place),
+                m_numbers.end());
     return 0;
+}
+
+// The newest segment below `place` in m_numbers; `place` is then that of the file behind it.
+int SegmentFiles::find_newest(Newest& newest, size_t& place) {
+    newest.found = false;
+    for (; place > 0; --place) {
+        const uint64_t number = m_numbers[place - 1];
+        const Opened file(m_files, open_existing(number));
+        uint8_t first;
+        const bool readable = file.get() >= 0 && m_files.read(file.get(), &first, 1, 0) >= 0;
+        // The lock file was removed under a recorder: the lock on its segment is still there.
+        if (readable && m_files.locked(file.get()) == 1) return -EAGAIN;
+        newest.unreadable = newest.unreadable || !readable;
+        if (!readable || !load_segment_header(m_files, file.get(), number, newest.header)) continue;
+        newest.found = true;
+        break;
+    }
+    return 0;
+}
+
+// The newest segment is not of the database that the .ini names. When the oldest is, it is the
+// newest that does not belong here, with all others that are not of the .ini's either.
+void SegmentFiles::decide_identity(Newest& newest, size_t& place) {
+    const auto database_of = [this](uint64_t number, SegmentHeader& header) {
+        const Opened file(m_files, open_existing(number));
+        return file.get() >= 0 && load_segment_header(m_files, file.get(), number, header);
+    };
+    SegmentHeader oldest;
+    size_t i = 0;
+    while (i + 1 < place && !database_of(m_numbers[i], oldest)) ++i;
+    if (i + 1 >= place || oldest.database != m_identity) return;
+    for (size_t k = place - 1; k > i; --k) {
+        SegmentHeader header;
+        if (!database_of(m_numbers[k - 1], header) || header.database != m_identity) continue;
+        newest.header = header;
+        return;
+    }
 }
 
 void SegmentFiles::keep_ini(uint64_t segment_bytes, uint64_t ring_segments) {
     const std::string text = ini_text({m_identity, segment_bytes, ring_segments});
     if (text != m_ini && write_ini(text) == 0) m_ini = text;
+    if (text != m_ini || m_ini_file >= 0) return;
+    m_ini_file = m_files.open(m_folder, m_name, FileSystem::Access::lock);
+    if (m_ini_file >= 0) m_files.lock(m_ini_file);
 }
 
 int SegmentFiles::write_ini(const std::string& text) {
     const std::string passing = new_ini_name(m_name);
     m_files.remove(m_folder, passing);
-    const Opened file(m_files, m_files.open(m_folder, passing, FileSystem::Access::lock));
+    Opened file(m_files, m_files.open(m_folder, passing, FileSystem::Access::lock));
     if (file.get() < 0) return file.get();
+    m_files.lock(file.get());
     int result = m_files.write(file.get(), text.data(), text.size(), 0);
     if (result == 0) result = m_files.sync(file.get());
     if (result == 0) result = m_files.rename(m_folder, passing, m_name);
-    if (result == 0) return m_files.sync_folder(m_folder);
-    m_files.remove(m_folder, passing);
-    return result;
+    if (result < 0) {
+        m_files.remove(m_folder, passing);
+        return result;
+    }
+    if (m_ini_file >= 0) m_files.close(m_ini_file);
+    m_ini_file = file.release();
+    return m_files.sync_folder(m_folder);
 }
 
 int SegmentFiles::open_existing(uint64_t number) {

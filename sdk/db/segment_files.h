@@ -72,17 +72,20 @@ class SegmentFiles {
     bool is_foreign(int file, uint64_t number);
     int remove_oldest();
     int remove_leftovers();
-    void read_ini();
+    int read_ini();
+    int find_newest(Newest& newest, size_t& place);
+    void decide_identity(Newest& newest, size_t& place);
     int write_ini(const std::string& text);
 
     FileSystem& m_files;
     const std::string m_name;  // of the .ini file
     int m_folder = -1;
     int m_lock = -1;
+    int m_ini_file = -1;  // locked too, in case the lock file is removed
     Identity m_identity;
     bool m_has_ini = false;
     std::string m_ini;                  // what the .ini file says
-    std::vector<uint64_t> m_numbers;    // of the segments there are, rising
+    std::vector<uint64_t> m_numbers;    // of the segments there are, the next to give way first
     std::vector<uint64_t> m_leftovers;  // of files that could not be removed
     uint64_t m_next = 1;
     uint32_t m_old_seed = 0;

@@ -8,7 +8,7 @@
 #include <vector>
 
 #include "mainwork/qm_codec.h"
-#include "sdk/db/segment_scan.h"
+#include "sdk/db/format.h"
 
 namespace sim {
 
@@ -63,11 +63,6 @@ class SegmentIndex {
     std::vector<IndexEntry> m_entries;
     std::vector<uint32_t> m_keys[LANES];  // `ahead` of the key frames
 };
-
-// Fills the index from the directory at the end of the file. False when there is none that can be
-// trusted; the index is empty then. `known`: what a scan would have found.
-bool load_directory(FileSystem& files, int file, const SegmentHeader& header, SegmentIndex& index,
-                    ScanResult& known);
 
 }  // namespace sim
 

@@ -79,14 +79,14 @@ TEST_P(AnyStreamDb, GivesBackWhatWasAppended) {
     StreamDb* db = create();
     ASSERT_TRUE(open(db, 1));
     db->begin_writing();
-    for (uint32_t n = 0; n < 40; ++n) ASSERT_EQ(db->append(frame_of(n, 10 * n)), Appended::stored);
+    for (uint32_t n = 0; n < 40; ++n) ASSERT_EQ(db->append(frame_of(n, 10 * n + 1)), Appended::stored);
     db->commit();
     EXPECT_EQ(db->first(), 0u);
     EXPECT_EQ(db->end(), 40u);
     qm_dbframe out;
     FrameInfo info;
     for (uint32_t n = 0; n < 40; ++n) {
-        const qm_dbframe in = frame_of(n, 10 * n);
+        const qm_dbframe in = frame_of(n, 10 * n + 1);
         ASSERT_TRUE(db->read(n, out)) << n;
         ASSERT_TRUE(db->info(n, info));
         for (const FrameInfo& got : {out.info, info}) {
@@ -97,7 +97,7 @@ TEST_P(AnyStreamDb, GivesBackWhatWasAppended) {
             EXPECT_EQ(got.time_us, in.info.time_us);
             ASSERT_EQ(got.bytes, in.info.bytes);
         }
-        EXPECT_EQ(memcmp(out.payload.get(), in.payload.get(), 10 * n), 0);
+        EXPECT_EQ(memcmp(out.payload.get(), in.payload.get(), in.info.bytes), 0);
     }
     EXPECT_FALSE(db->read(40, out));
     EXPECT_FALSE(db->info(40, info));
