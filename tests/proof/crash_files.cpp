@@ -85,7 +85,10 @@ CrashFiles::CrashFiles(const CrashFiles& other)
       m_files(other.m_files),
       m_next_file(other.m_next_file),
       m_next_handle(other.m_next_handle + 1000),  // one of the other's is none of this
-      m_offences(other.m_offences) {}
+      m_offences(other.m_offences) {
+    for (auto& [number, file] : m_files)
+        for (Change& change : file.pending) change.own = false;
+}
 
 size_t CrashFiles::pending() const {
     size_t count = 0;
@@ -315,7 +318,7 @@ void CrashFiles::check_write(const Open& open, const File& file, const void* dat
     for (const auto& [other, number] : m_folders.at(open.folder).now) {
         const auto& pending = m_files.at(number).pending;
         if (is_segment(other) && std::any_of(pending.begin(), pending.end(),
-                                             [](const Change& it) { return it.data != nullptr; }))
+                                             [](const Change& it) { return it.data && it.own; }))
             m_offences.push_back("written while " + other + " is not durable: " + where);
     }
 }
@@ -340,7 +343,7 @@ int CrashFiles::sync(int handle) {
     auto durable = std::make_shared<Bytes>(*file->durable);
     for (const Change& change : file->pending) {
         apply(change, *durable);
-        if (!change.data) continue;
+        if (!change.data || !change.own) continue;
         for (uint64_t at = 0; at < change.data->size(); at += sim::BLOCK_BYTES)
             file->synced_blocks.insert((change.offset + at) / sim::BLOCK_BYTES);
     }

@@ -121,7 +121,8 @@ class CrashFiles : public sim::FileSystem {
 
     // Calls that broke a rule of the interface or of the layout: a write of part of a block, a
     // block of a segment written again after it was durable under the same name, a write to a
-    // segment before the last one was durable.
+    // segment before the last one was durable. What a killed process left unsynced does not count:
+    // whether that is kept where it must be shows when it is read.
     const std::vector<std::string>& offences() const { return m_offences; }
 
     int open_folder(const std::string& path, bool make) override;
@@ -146,12 +147,13 @@ class CrashFiles : public sim::FileSystem {
     struct Change {           // of a file, not synced
         Content data;         // null: a change of the size
         uint64_t offset = 0;  // or the new size
+        bool own = true;      // of this process, not of one that was killed
     };
     struct File {
         Content durable = std::make_shared<const Bytes>();
         Content now = durable;
         std::vector<Change> pending;
-        std::set<uint64_t> synced_blocks;  // since it has its name
+        std::set<uint64_t> synced_blocks;  // of its own writes, since it has its name
     };
     struct NameChange {
         std::string name;  // removed when `to` is empty and `file` is 0
