@@ -1,0 +1,424 @@
+// Proves that kill -9 loses nothing that was acknowledged: a process that records is killed at any
+// moment, again and again over one database, which is read after each kill and sometimes meanwhile.
+// Loss of power is another proof's.
+#include <fcntl.h>
+#include <poll.h>
+#include <signal.h>
+#include <sys/mman.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <cerrno>
+#include <filesystem>
+#include <map>
+
+#include "sdk/db/disk_writer.h"
+#include "tests/proof/pass_files.h"
+#include "tests/proof/proof.h"
+#include "tests/proof/proof_frames.h"
+#include "tests/proof/read_back.h"
+#include "tests/support/temp_dir.h"
+
+namespace {
+
+using sim::DiskReader;
+using sim::DiskWriter;
+
+constexpr uint64_t RING_SEGMENTS = 8;
+constexpr char INI_NAME[] = "kill.ini";
+
+enum Phase : uint32_t { starting, opening, recording, finishing, ended, PHASES };
+enum Operation : uint32_t { none, writing, syncing, naming, OPERATIONS };
+
+// Where the recorder is; it is still there when the recorder is not.
+struct Whereabouts {
+    std::atomic<uint32_t> phase{starting};
+    std::atomic<uint32_t> operation{none};
+    std::atomic<int64_t> began_us{0};           // the phase
+    std::atomic<int64_t> took_us[PHASES] = {};  // those that ended
+    void enter(Phase next) {
+        const int64_t now = steady_us();
+        took_us[phase] = now - began_us;
+        began_us = now;
+        phase = next;
+    }
+};
+
+// What the recorder tells, one write each.
+struct Message {
+    enum What : uint64_t { opened, durable, wrong } what;
+    uint64_t sequence;
+};
+
+// Keeps what is being done in the whereabouts.
+class WatchedFiles : public PassFiles {
+  public:
+    explicit WatchedFiles(Whereabouts& whereabouts) : m_whereabouts(whereabouts) {}
+
+    int write(int file, const void* data, size_t size, uint64_t offset) override {
+        return during(writing, [&] { return PassFiles::write(file, data, size, offset); });
+    }
+    int sync(int file) override {
+        return during(syncing, [&] { return PassFiles::sync(file); });
+    }
+    int sync_folder(int folder) override {
+        return during(syncing, [&] { return PassFiles::sync_folder(folder); });
+    }
+    int allocate(int file, uint64_t size) override {
+        return during(naming, [&] { return PassFiles::allocate(file, size); });
+    }
+    int truncate(int file, uint64_t size) override {
+        return during(naming, [&] { return PassFiles::truncate(file, size); });
+    }
+    int rename(int folder, const std::string& from, const std::string& to) override {
+        return during(naming, [&] { return PassFiles::rename(folder, from, to); });
+    }
+    int remove(int folder, const std::string& name) override {
+        return during(naming, [&] { return PassFiles::remove(folder, name); });
+    }
+
+  private:
+    template <class Work>
+    int during(Operation operation, Work work) {
+        m_whereabouts.operation = operation;
+        const int result = work();
+        m_whereabouts.operation = none;
+        return result;
+    }
+    Whereabouts& m_whereabouts;
+};
+
+// What one recorder does before it is killed.
+struct Session {
+    uint32_t recorder = 0;
+    uint64_t seed = 0;
+    uint64_t frames = 0;         // then it finishes
+    uint64_t frames_commit = 1;  // a commit after so many, on average
+};
+
+[[noreturn]] void tell_wrong(int pipe, uint64_t code) {
+    const Message message{Message::wrong, code};
+    if (write(pipe, &message, sizeof message) < 0) _exit(2);
+    _exit(1);
+}
+
+void tell(int pipe, Message::What what, uint64_t sequence) {
+    const Message message{what, sequence};
+    if (write(pipe, &message, sizeof message) != sizeof message) _exit(2);
+}
+
+[[noreturn]] void record(const std::string& path, const FramePlan& plan, const Session& session,
+                         Whereabouts& whereabouts, int pipe) {
+    ProofRandom random(session.seed);
+    WatchedFiles files(whereabouts);
+    sim::WriterOptions options;
+    options.segment_bytes = sim::MIN_SEGMENT_BYTES;
+    options.ring_segments = RING_SEGMENTS;
+    options.batch_bytes = 4 * sim::BLOCK_BYTES;
+    whereabouts.enter(opening);
+    std::string why;
+    const auto writer = DiskWriter::open(files, path, options, why);
+    if (!writer) {
+        fprintf(stderr, "recorder %u: %s\n", session.recorder, why.c_str());
+        tell_wrong(pipe, 1);
+    }
+    tell(pipe, Message::opened, writer->next_sequence());
+    whereabouts.enter(recording);
+    qm_dbframe frame;
+    for (uint64_t i = 0; i < session.frames; ++i) {
+        plan.make(session.recorder, writer->next_sequence(), frame);
+        const int64_t now = steady_us();
+        if (writer->append(frame, PROOF_UTC_STEP_US, now) != DiskWriter::Outcome::stored)
+            tell_wrong(pipe, 2);
+        if (!random.one_in(session.frames_commit)) continue;
+        if (!writer->commit(now)) tell_wrong(pipe, 3);
+        tell(pipe, Message::durable, writer->durable_sequence());
+    }
+    whereabouts.enter(finishing);
+    if (!writer->finish(steady_us()) || writer->lost() != 0) tell_wrong(pipe, 4);
+    tell(pipe, Message::durable, writer->durable_sequence());
+    whereabouts.enter(ended);
+    for (;;) pause();
+}
+
+// One database and all that happens to it. The parent's side.
+class Kills {
+  public:
+    Kills(Proof& proof, const std::string& folder)
+        : m_proof(proof),
+          m_random(proof.seed()),
+          m_plan(proof.seed(), FramePlan::LEAST_BYTES, 6000),
+          m_folder(folder),
+          m_path(folder + "/" + INI_NAME) {
+        void* memory = mmap(nullptr, sizeof(Whereabouts), PROT_READ | PROT_WRITE,
+                            MAP_SHARED | MAP_ANONYMOUS, -1, 0);
+        if (memory == MAP_FAILED) abort();
+        m_whereabouts = new (memory) Whereabouts;
+    }
+    ~Kills() { munmap(m_whereabouts, sizeof(Whereabouts)); }
+    Kills(const Kills&) = delete;
+    Kills& operator=(const Kills&) = delete;
+
+    void kill_once(uint32_t recorder);
+    void report(uint64_t kills);
+
+  private:
+    void wait_and_read(int64_t until_us);
+    void hear(int64_t until_us);
+    void read_live(DiskReader& reader);
+    void count_kill();
+    void look_at_database();
+    void check_ring(const ReadBack& back);
+
+    Proof& m_proof;
+    ProofRandom m_random;
+    const FramePlan m_plan;
+    const std::string m_folder;
+    const std::string m_path;
+    Whereabouts* m_whereabouts;
+    int m_pipe = -1;
+
+    bool m_exists = false;        // a recorder has opened it once
+    uint64_t m_acknowledged = 0;  // frames before it
+    uint64_t m_segments = 0;      // files, at most so far
+    ReadBack m_before;            // what was read after the last kill
+    int64_t m_usual_us[PHASES] = {};
+
+    uint64_t m_in_phase[PHASES] = {}, m_in_operation[OPERATIONS] = {};
+    uint64_t m_frames = 0, m_live_frames = 0, m_live_readers = 0, m_late_ends = 0, m_dropped = 0,
+             m_searches = 0;
+};
+
+void Kills::kill_once(uint32_t recorder) {
+    m_proof.at(m_proof.seed(), recorder);
+    Session session;
+    session.recorder = recorder;
+    session.seed = m_random.next();
+    session.frames_commit = m_random.between(1, 40);
+    session.frames = m_random.one_in(3) ? m_random.below(60) : 1'000'000;
+    new (m_whereabouts) Whereabouts;
+    int ends[2];
+    if (pipe2(ends, O_CLOEXEC) != 0) abort();
+    fflush(stdout);
+    const int64_t start = steady_us();
+    const pid_t child = fork();
+    if (child < 0) abort();
+    if (child == 0) {
+        close(ends[0]);
+        record(m_path, m_plan, session, *m_whereabouts, ends[1]);
+    }
+    close(ends[1]);
+    m_pipe = ends[0];
+    fcntl(m_pipe, F_SETFL, O_NONBLOCK);
+
+    // Most at any moment of the recording, the others in an open or in a finish.
+    const uint64_t where = session.frames < 1000 ? 2 : m_random.below(4) == 0 ? 1 : 0;
+    int64_t until = start + static_cast<int64_t>(m_random.below(m_random.one_in(4) ? 40000 : 8000));
+    if (where != 0) {
+        const Phase phase = where == 1 ? opening : finishing;
+        const int64_t give_up = start + 10'000'000;
+        while (m_whereabouts->phase < phase && steady_us() < give_up) hear(steady_us());
+        const int64_t usual = std::max<int64_t>(m_usual_us[phase], 500);
+        until = m_whereabouts->began_us +
+                static_cast<int64_t>(m_random.below(static_cast<uint64_t>(usual) * 5 / 4));
+    }
+    wait_and_read(until);
+    kill(child, SIGKILL);
+    int status = 0;
+    waitpid(child, &status, 0);
+    m_proof.check(WIFSIGNALED(status) && WTERMSIG(status) == SIGKILL,
+                  "the recorder ended by itself, status %d", status);
+    hear(0);
+    close(m_pipe);
+    count_kill();
+    look_at_database();
+}
+
+// Until it is time to kill, and now and then with a reader.
+void Kills::wait_and_read(int64_t until_us) {
+    if (!m_exists || !m_random.one_in(5)) return hear(until_us);
+    std::string why;
+    const auto reader = DiskReader::open(sim::real_file_system(), m_path, why);
+    if (!m_proof.check(reader != nullptr, "a reader cannot open it meanwhile: %s", why.c_str()))
+        return hear(until_us);
+    ++m_live_readers;
+    do {
+        hear(0);
+        read_live(*reader);
+    } while (steady_us() < until_us);
+}
+
+// Takes in what the recorder tells until then; with 0 what it has told already.
+void Kills::hear(int64_t until_us) {
+    for (;;) {
+        Message message;
+        const ssize_t got = read(m_pipe, &message, sizeof message);
+        if (got == 0) return;
+        if (got == sizeof message) {
+            if (message.what == Message::wrong) {
+                m_proof.check(false, "the recorder could not go on (%llu)",
+                              static_cast<unsigned long long>(message.sequence));
+                continue;
+            }
+            m_exists = true;
+            m_proof.check(message.sequence >= m_acknowledged,
+                          "the recorder goes on at %llu, %llu frames were acknowledged",
+                          static_cast<unsigned long long>(message.sequence),
+                          static_cast<unsigned long long>(m_acknowledged));
+            m_acknowledged = std::max(m_acknowledged, message.sequence);
+            continue;
+        }
+        const int64_t left = until_us - steady_us();
+        if (left <= 0) return;
+        pollfd wait{m_pipe, POLLIN, 0};
+        const timespec longest{left / 1'000'000, left % 1'000'000 * 1000};
+        ppoll(&wait, 1, &longest, nullptr);
+    }
+}
+
+// A few frames near the end, a few anywhere.
+void Kills::read_live(DiskReader& reader) {
+    uint64_t end = reader.end();
+    // A segment whose number is not the next is looked for now and then only.
+    for (int waits = 0; end < m_acknowledged && waits < 1000; ++waits) {
+        m_late_ends += waits == 0;
+        usleep(1000);
+        end = reader.end();
+    }
+    const uint64_t first = reader.first();
+    m_proof.check(end >= m_acknowledged, "%llu frames are acknowledged, a reader sees %llu",
+                  static_cast<unsigned long long>(m_acknowledged),
+                  static_cast<unsigned long long>(end));
+    if (first >= end) return;
+    uint64_t n = m_random.one_in(2) ? m_random.between(first, end - 1)
+                                    : end - std::min<uint64_t>(end - first, 10);
+    qm_dbframe frame;
+    uint32_t recorder = 0, last_recorder = 0;
+    for (int i = 0; i < 10 && n < end; ++i, ++n) {
+        const auto number = static_cast<unsigned long long>(n);
+        if (!reader.read(n, frame)) {
+            m_proof.check(n < reader.first(), "frame %llu cannot be read meanwhile", number);
+            continue;
+        }
+        const std::string wrong = m_plan.wrong(frame, n, recorder);
+        m_proof.check(wrong.empty(), "frame %llu meanwhile: %s", number, wrong.c_str());
+        m_proof.check(recorder >= last_recorder, "frame %llu meanwhile: order", number);
+        last_recorder = recorder;
+        ++m_live_frames;
+    }
+}
+
+void Kills::count_kill() {
+    const uint32_t phase = m_whereabouts->phase;
+    ++m_in_phase[phase];
+    ++m_in_operation[m_whereabouts->operation];
+    for (const Phase ended_phase : {opening, finishing})
+        if (const int64_t took = m_whereabouts->took_us[ended_phase])
+            m_usual_us[ended_phase] = took;
+}
+
+void Kills::look_at_database() {
+    if (!m_exists) {  // no recorder came that far
+        std::string why;
+        DiskReader::open(sim::real_file_system(), m_path, why);
+        return;
+    }
+    ReadBack back = read_back(m_proof, m_path, m_plan, m_acknowledged, m_random.next());
+    if (!back.opened) return;
+    m_frames += back.recorders.size();
+    m_searches += back.key_searches;
+    m_proof.check(
+        back.end >= m_before.end && back.first >= m_before.first,
+        "it was %llu..%llu and is %llu..%llu", static_cast<unsigned long long>(m_before.first),
+        static_cast<unsigned long long>(m_before.end), static_cast<unsigned long long>(back.first),
+        static_cast<unsigned long long>(back.end));
+    for (uint64_t n = back.first; n < m_before.end; ++n) {
+        const uint64_t i = n - back.first, was = n - m_before.first;
+        if (i >= back.recorders.size() || was >= m_before.recorders.size()) break;
+        if (!m_proof.check(back.recorders[i] == m_before.recorders[was],
+                           "frame %llu was of recorder %u and is of %u",
+                           static_cast<unsigned long long>(n), m_before.recorders[was],
+                           back.recorders[i]))
+            break;
+    }
+    check_ring(back);
+    m_dropped = back.first;
+    m_before = std::move(back);
+}
+
+bool read_header(const std::string& path, uint64_t number, sim::SegmentHeader& header) {
+    const int file = open(path.c_str(), O_RDONLY | O_CLOEXEC);
+    if (file < 0) return false;
+    uint8_t bytes[sim::HEADER_BYTES] = {};
+    const bool read = pread(file, bytes, sizeof bytes, 0) == sizeof bytes;
+    close(file);
+    return read && sim::read_segment_header(bytes, header) && header.number == number;
+}
+
+// The ring gives up one segment at a time, and no frame that is not in it.
+void Kills::check_ring(const ReadBack& back) {
+    std::map<uint64_t, std::string> segments;
+    for (const auto& entry : std::filesystem::directory_iterator(m_folder))
+        if (const uint64_t number = sim::segment_number(INI_NAME, entry.path().filename()))
+            segments[number] = entry.path();
+    const uint64_t count = segments.size();
+    m_proof.check(count <= RING_SEGMENTS, "%llu segments", static_cast<unsigned long long>(count));
+    m_proof.check(count + 1 >= m_segments, "%llu segments of %llu are left",
+                  static_cast<unsigned long long>(count),
+                  static_cast<unsigned long long>(m_segments));
+    m_segments = std::max(m_segments, count);
+    // A file that was taken for a new segment before a kill holds none: it is passed over.
+    for (auto segment = segments.begin(); segment != segments.end(); ++segment) {
+        sim::SegmentHeader header;
+        if (segment == segments.begin() || !read_header(segment->second, segment->first, header))
+            continue;
+        m_proof.check(back.first <= header.first_sequence,
+                      "segment %llu begins with %llu, the first frame is %llu",
+                      static_cast<unsigned long long>(segment->first),
+                      static_cast<unsigned long long>(header.first_sequence),
+                      static_cast<unsigned long long>(back.first));
+        return;
+    }
+}
+
+void Kills::report(uint64_t kills) {
+    const auto n = [](uint64_t value) { return static_cast<unsigned long long>(value); };
+    m_proof.covered(
+        "%llu kills: %llu before the open, %llu in an open, %llu recording, %llu in a "
+        "finish, %llu after it",
+        n(kills), n(m_in_phase[starting]), n(m_in_phase[opening]), n(m_in_phase[recording]),
+        n(m_in_phase[finishing]), n(m_in_phase[ended]));
+    m_proof.covered("of them %llu in a write, %llu in a sync, %llu in a change of names or sizes",
+                    n(m_in_operation[writing]), n(m_in_operation[syncing]),
+                    n(m_in_operation[naming]));
+    m_proof.covered("%llu frames acknowledged, %llu of them left to the ring by now",
+                    n(m_acknowledged), n(m_dropped));
+    m_proof.covered(
+        "%llu frames read after kills, %llu key frame searches; %llu readers meanwhile "
+        "read %llu frames, %llu times late",
+        n(m_frames), n(m_searches), n(m_live_readers), n(m_live_frames), n(m_late_ends));
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+    Proof proof(argc, argv,
+                "A recorder is killed (SIGKILL) at any moment, again and again over one database.\n"
+                "No acknowledged frame may be missing, no frame wrong, no open fail.",
+                {{"kills", "how often (300, large 10000)"},
+                 {"stop", "at the first failure, and leave the database", false}});
+    const uint64_t kills = proof.count("kills", 300, 10'000);
+    const TempDir folder;
+    {
+        Kills database(proof, folder.path());
+        for (uint32_t i = 1; i <= kills; ++i) {
+            database.kill_once(i);
+            if (!proof.given("stop") || proof.failures() == 0) continue;
+            proof.covered("left in %s", folder.path().c_str());
+            _exit(proof.finish());
+        }
+        database.report(kills);
+    }
+    return proof.finish();
+}
