@@ -339,7 +339,10 @@ size_t DiskWriter::compose(Ending& ending) {
     return at;
 }
 
-bool DiskWriter::commit(int64_t now_us) { return m_filled == 0 || write_out(Ending::pad, now_us); }
+bool DiskWriter::commit(int64_t now_us) {
+    m_retry_us = std::min(m_retry_us, now_us);
+    return m_filled == 0 || write_out(Ending::pad, now_us);
+}
 
 bool DiskWriter::commit_if_due(int64_t now_us) { return now_us < m_due_us || commit(now_us); }
 

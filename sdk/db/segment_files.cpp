@@ -121,11 +121,13 @@ int SegmentFiles::load(Newest& newest) {
     if (found < 0) return found;
     if (newest.found && m_has_ini && newest.header.database != m_identity)
         decide_identity(newest, place);
+    if (!newest.found) place = m_numbers.size();
     if (newest.found)
         m_identity = newest.header.database;
     else if (!m_has_ini)
         fill_at_random(m_identity.bytes, sizeof m_identity.bytes);
     // Files that never became segments, or are none any more, are used again before any record.
+    m_blanks = m_numbers.size() - place;
     std::rotate(m_numbers.begin(), m_numbers.begin() + static_cast<ptrdiff_t>(place),
                 m_numbers.end());
     return 0;
@@ -218,7 +220,8 @@ int SegmentFiles::make(uint64_t number, uint64_t bytes, uint64_t ring) {
     int result = remove_leftovers();
     while (result >= 0 && m_numbers.size() > ring) result = remove_oldest();
     if (result < 0) return result;
-    const bool gives_way = m_numbers.size() >= ring || (!m_numbers.empty() && short_of_room(bytes));
+    const bool gives_way =
+        m_blanks > 0 || m_numbers.size() >= ring || (!m_numbers.empty() && short_of_room(bytes));
     result = gives_way ? recycle(number, bytes) : create(name, bytes);
     // Room went short meanwhile, or a quota is: more of the oldest make room, not all at once.
     for (int removed = 0; removed < MAX_REMOVED && no_room(result) && !m_numbers.empty() &&
@@ -267,7 +270,7 @@ int SegmentFiles::recycle(uint64_t number, uint64_t bytes) {
             const int result = take_over(file.get(), oldest, number, bytes);
             return result < 0 ? result : file.release();
         }
-        m_numbers.erase(m_numbers.begin());
+        drop_first();
     }
     return create(segment_name(m_name, number), bytes);
 }
@@ -281,10 +284,15 @@ int SegmentFiles::take_over(int file, uint64_t old_number, uint64_t number, uint
     if (static_cast<uint64_t>(size) > bytes) result = m_files.truncate(file, bytes);
     if (result == 0) result = m_files.rename(m_folder, segment_name(m_name, old_number), name);
     if (result < 0) return result;
-    m_numbers.erase(m_numbers.begin());
+    drop_first();
     result = m_files.sync_folder(m_folder);
     if (result < 0 && m_files.remove(m_folder, name) < 0) m_leftovers.push_back(number);
     return result;
+}
+
+void SegmentFiles::drop_first() {
+    m_numbers.erase(m_numbers.begin());
+    if (m_blanks > 0) --m_blanks;
 }
 
 int SegmentFiles::remove_oldest() {
@@ -292,12 +300,12 @@ int SegmentFiles::remove_oldest() {
     {
         const Opened file(m_files, open_existing(oldest));
         if (file.get() < 0 || is_foreign(file.get(), oldest)) {
-            m_numbers.erase(m_numbers.begin());
+            drop_first();
             return 0;
         }
     }
     const int result = m_files.remove(m_folder, segment_name(m_name, oldest));
-    if (result == 0) m_numbers.erase(m_numbers.begin());
+    if (result == 0) drop_first();
     return result;
 }
 

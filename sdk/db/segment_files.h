@@ -70,6 +70,7 @@ class SegmentFiles {
     int recycle(uint64_t number, uint64_t bytes);
     int take_over(int file, uint64_t old_number, uint64_t number, uint64_t bytes);
     bool is_foreign(int file, uint64_t number);
+    void drop_first();
     int remove_oldest();
     int remove_leftovers();
     int read_ini();
@@ -86,6 +87,7 @@ class SegmentFiles {
     bool m_has_ini = false;
     std::string m_ini;                  // what the .ini file says
     std::vector<uint64_t> m_numbers;    // of the segments there are, the next to give way first
+    size_t m_blanks = 0;                // files at their front that are no segments
     std::vector<uint64_t> m_leftovers;  // of files that could not be removed
     uint64_t m_next = 1;
     uint32_t m_old_seed = 0;
