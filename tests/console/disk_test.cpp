@@ -1,0 +1,316 @@
+// Recordings on disk through the whole program: what is there after the program has ended, however
+// it ended, and what the operator hears when the disk does not work.
+#include <gtest/gtest.h>
+#include <sys/prctl.h>
+#include <sys/stat.h>
+
+#include <linux/capability.h>
+
+#include <filesystem>
+#include <string>
+
+#include "tests/console/disk_program.h"
+#include "tests/console/texts.h"
+
+namespace {
+
+using namespace texts;
+
+// Frames that are a second of the recording, and enough for a test.
+constexpr int SECOND = 30;
+constexpr int SOME = 4 * SECOND;
+
+std::string environment(const std::string& folder, int type = 0) {
+    const std::string kind = std::to_string(type);
+    return "[GENERAL]\nmain_database_type = " + kind + "\ndual_database_type = " + kind +
+           "\njpeg_database_type = " + kind + "\nmain_stream_db = " + folder +
+           "/main.ini\ndual_stream_db = " + folder + "/dual.ini\njpeg_stream_db = " + folder +
+           "/jpeg.ini\ndecode_stream_db = " + folder +
+           "/main.ini\n"
+           "[MAIN STREAM]\nch_01 = 1 0 30 10 0 27 2048000 0\n"
+           "[DUAL STREAM]\nch_01 = 1 1 15 5 0 27 2048000 0\n"
+           "[JPEG STREAM]\nch_01 = 1 2 5 0 0 27 2048000 0\n";
+}
+
+class DiskSession : public testing::Test {
+  protected:
+    DiskSession() { m_folder.write("disk.ini", environment("recordings")); }
+
+    // Records until `frames` have come, switches the camera off, leaves. The frames that came.
+    int record(int frames) {
+        DiskProgram recorder(m_folder);
+        recorder.type("ENCODE 0\n");
+        EXPECT_GE(recorder.recorded(frames), frames);
+        const int all = recorder.switch_off();
+        EXPECT_EQ(recorder.leave(), 0);
+        EXPECT_EQ(recorder.said(), "");
+        return all;
+    }
+
+    // Plays all that is there, in another program. The frames that were decoded.
+    int play() {
+        DiskProgram player(m_folder, "disk.ini", "speed=20");
+        EXPECT_TRUE(player.search());
+        const int all = player.played_to_the_end();
+        EXPECT_EQ(player.leave(), 0);
+        EXPECT_EQ(player.said(), "");
+        return all;
+    }
+
+    std::string not_opened(const std::string& path, const std::string& why) {
+        return "qm7105 board: database '" + path + "' is not opened: " + why + "\n";
+    }
+
+    // The MAIN menu refuses to search, with `line` on standard error.
+    void check_no_search(const std::string& line) {
+        DiskProgram player(m_folder);
+        player.type("SEARCH\n");
+        EXPECT_TRUE(player.expect("Decode DB Stream : 0, Type : 0\n" + MAIN));
+        EXPECT_EQ(player.leave(), 0);
+        EXPECT_EQ(player.said(), line);
+    }
+
+    // The main stream cannot be recorded, with `line` on standard error.
+    void check_no_recording(const std::string& path, const std::string& line) {
+        DiskProgram recorder(m_folder);
+        recorder.type("ENCODE 0\nENCODE 1\n");
+        EXPECT_TRUE(recorder.expect("Encode DB Stream : " + path + ", Type : 0\n" + MAIN + MAIN));
+        EXPECT_EQ(recorder.leave(), 0);
+        EXPECT_EQ(recorder.said(), line);
+    }
+
+    std::string in_recordings(const std::string& name) {
+        return m_folder.file("recordings/" + name);
+    }
+
+    TempDir m_folder;
+};
+
+using DiskSessionLong = DiskSession;
+
+}  // namespace
+
+TEST_F(DiskSession, PlaysWhatAnEarlierProgramRecorded) {
+    const int recorded = record(SOME);
+    EXPECT_GE(recorded, SOME);
+    EXPECT_EQ(play(), recorded);
+}
+
+TEST_F(DiskSession, KeepsARecordingOverTheNextOne) {
+    const int first = record(SOME);
+    const int second = record(SOME);
+    EXPECT_EQ(play(), first + second);
+}
+
+TEST_F(DiskSession, KeepsARecordingOverEncode1AndTheSession) {
+    DiskProgram program(m_folder);
+    program.type("ENCODE 0\n");
+    const int first = program.recorded(SECOND);
+    program.type("ENCODE 1\nENCODE 0\n");
+    const int second = program.recorded(SECOND);
+    program.type("q\nMAIN\nSTATUS\nRUN\nq\n");
+    ASSERT_TRUE(program.search());
+    EXPECT_GE(program.played(first + second), first + second);
+    EXPECT_EQ(program.leave(), 0);
+    EXPECT_EQ(program.said(), "");
+}
+
+TEST_F(DiskSession, RecordsEveryGroupIntoItsOwnDatabase) {
+    DiskProgram recorder(m_folder);
+    recorder.type("ENCODE 0\nENCODE 2\nENCODE 3\nENCODE 2\n");
+    EXPECT_GE(recorder.recorded(SECOND), SECOND);
+    EXPECT_EQ(recorder.leave(), 0);
+    EXPECT_EQ(recorder.said(), "");
+    for (const char* name : {"main.ini", "dual.ini", "jpeg.ini"}) {
+        EXPECT_TRUE(std::filesystem::is_regular_file(in_recordings(name))) << name;
+        EXPECT_TRUE(
+            std::filesystem::is_regular_file(in_recordings(name + std::string(".0000000001.seg"))))
+            << name;
+    }
+    DiskProgram player(m_folder);
+    player.type("SEARCH\nSETDB 1\n");
+    EXPECT_TRUE(player.expect("Decode DB Stream : 1, Type : 0\n" + SEARCH));
+    EXPECT_GT(player.played(1), 0);
+    EXPECT_EQ(player.leave(), 0);
+}
+
+TEST_F(DiskSession, Type1IsOnDiskAsWell) {
+    m_folder.write("one.ini", environment("recordings", 1));
+    DiskProgram recorder(m_folder, "one.ini");
+    recorder.type("ENCODE 0\n");
+    EXPECT_GE(recorder.recorded(SOME), SOME);
+    const int recorded = recorder.switch_off();
+    EXPECT_EQ(recorder.leave(), 0);
+    EXPECT_EQ(play(), recorded);
+}
+
+TEST_F(DiskSession, PlaysWhatAnotherProgramIsRecording) {
+    DiskProgram recorder(m_folder);
+    recorder.type("ENCODE 0\n");
+    ASSERT_GE(recorder.recorded(SOME), SOME);
+    DiskProgram player(m_folder);
+    ASSERT_TRUE(player.search());
+    const int caught_up = player.played(SOME);
+    EXPECT_GE(caught_up, SOME);
+    // It goes on with what arrives, to the last frame.
+    EXPECT_GT(player.played(caught_up + SOME), caught_up);
+    const int recorded = recorder.switch_off();
+    EXPECT_EQ(recorder.leave(), 0);
+    EXPECT_EQ(player.played(recorded), recorded);
+    EXPECT_EQ(player.leave(), 0);
+    EXPECT_EQ(recorder.said() + player.said(), "");
+}
+
+TEST_F(DiskSession, IsThereAfterAKillAndIsRecordedOn) {
+    int kept;
+    {
+        DiskProgram recorder(m_folder);
+        recorder.type("ENCODE 0\n");
+        ASSERT_GE(recorder.recorded(SECOND), SECOND);
+        // What another program played has reached the disk.
+        DiskProgram player(m_folder);
+        ASSERT_TRUE(player.search());
+        kept = player.played(SOME);
+        ASSERT_GE(kept, SOME);
+        recorder.kill();
+        EXPECT_EQ(player.leave(), 0);
+    }
+    const int after_kill = play();
+    EXPECT_GE(after_kill, kept);
+    const int recorded = record(SECOND);
+    EXPECT_EQ(play(), after_kill + recorded);
+}
+
+TEST_F(DiskSession, APathHasOneRecorder) {
+    DiskProgram first(m_folder);
+    first.type("ENCODE 0\n");
+    ASSERT_GE(first.recorded(1), 1);
+    check_no_recording("recordings/main.ini",
+                       not_opened("recordings/main.ini", "it is being recorded already"));
+    const int recorded = first.switch_off();
+    EXPECT_EQ(first.leave(), 0);
+    EXPECT_EQ(first.said(), "");
+    // The place is free, and nothing was disturbed.
+    const int both = recorded + record(SECOND);
+    EXPECT_EQ(play(), both);
+}
+
+TEST_F(DiskSession, TwoGroupsWithOnePathAreRefusedTheSecond) {
+    std::string text = environment("recordings");
+    text.replace(text.find("recordings/dual.ini"), 19, "recordings/main.ini");
+    m_folder.write("disk.ini", text);
+    DiskProgram recorder(m_folder);
+    recorder.type("ENCODE 0\nENCODE 2\n");
+    EXPECT_TRUE(recorder.expect("Encode DB Stream(Jpeg) : recordings/jpeg.ini, Type : 0\n"));
+    EXPECT_EQ(recorder.said(), not_opened("recordings/main.ini", "it is being recorded already"));
+    EXPECT_EQ(recorder.leave(), 0);
+}
+
+TEST_F(DiskSession, CannotSearchWhatWasNeverRecorded) {
+    check_no_search(not_opened("recordings/main.ini", "there is no such database"));
+    EXPECT_FALSE(std::filesystem::exists(m_folder.file("recordings")));
+}
+
+TEST_F(DiskSession, CannotRecordWhereAFileIsInTheWay) {
+    m_folder.write("recordings", "not a folder");
+    check_no_recording(
+        "recordings/main.ini",
+        not_opened("recordings/main.ini", "cannot open the folder: Not a directory"));
+}
+
+std::string cannot_be_written(int segment) {
+    return "qm7105 board: database 'recordings/main.ini': segment " + std::to_string(segment) +
+           " cannot be written: Input/output error; the frames wait\n";
+}
+
+TEST_F(DiskSession, LosesNothingWhileTheDiskFailsForAMoment) {
+    DiskProgram recorder(m_folder, "disk.ini", "speed=10 fail.disk=12");
+    recorder.type("ENCODE 0\n");
+    ASSERT_TRUE(recorder.expect_said("is written again\n"));
+    const int recorded = recorder.switch_off();
+    EXPECT_EQ(recorder.leave(), 0);
+    EXPECT_EQ(recorder.said(), cannot_be_written(2) +
+                                   "qm7105 board: database 'recordings/main.ini' is written "
+                                   "again\n");
+    EXPECT_EQ(play(), recorded);
+}
+
+TEST_F(DiskSession, KeepsWhatItHasAndSaysWhatIsLostWhenTheDiskFailsForGood) {
+    const int before = record(SECOND);
+    DiskProgram recorder(m_folder, "disk.ini", "speed=10 fail.disk=all");
+    recorder.type("ENCODE 0\n");
+    ASSERT_GE(recorder.recorded(SECOND), SECOND);
+    const int lost = recorder.switch_off();
+    EXPECT_EQ(recorder.leave(), 0);
+    EXPECT_EQ(recorder.said(),
+              cannot_be_written(2) +
+                  "qm7105 board: database 'recordings/main.ini': " + std::to_string(lost) +
+                  " records are lost: segment 2 cannot be written: Input/output "
+                  "error\n");
+    EXPECT_EQ(play(), before);
+}
+
+// More waits than the buffer holds: the frame list keeps the rest. What fits into neither goes
+// group by group, and is counted.
+TEST_F(DiskSession, DropsWholeGroupsWhileTheDiskFails) {
+    DiskProgram recorder(m_folder, "disk.ini", "speed=200 fail.disk=all");
+    recorder.type("ENCODE 0\n");
+    ASSERT_TRUE(recorder.expect_said(
+        "qm7105 board: main stream: the database is too slow, waiting frames are being dropped\n"));
+    EXPECT_EQ(recorder.leave(), 0);
+    EXPECT_TRUE(recorder.said().starts_with(cannot_be_written(2))) << recorder.said();
+    for (const char* words : {" frames are lost, the database cannot be written\n",
+                              " frames were dropped\n", " records are lost: "})
+        EXPECT_NE(recorder.said().find(words), std::string::npos) << recorder.said();
+}
+
+// A program started from here on keeps to the modes of files, whoever starts it.
+class ReadOnlyFolder : public DiskSession {
+  protected:
+    ReadOnlyFolder() { prctl(PR_CAPBSET_DROP, CAP_DAC_OVERRIDE); }
+    ~ReadOnlyFolder() override { chmod(in_recordings("").c_str(), 0755); }
+};
+
+TEST_F(ReadOnlyFolder, CannotBeRecordedInto) {
+    mkdir(in_recordings("").c_str(), 0555);
+    check_no_recording(
+        "recordings/main.ini",
+        not_opened("recordings/main.ini", "cannot lock main.ini.lock: Permission denied"));
+}
+
+TEST_F(ReadOnlyFolder, CannotBeMadeABetterOne) {
+    mkdir(in_recordings("").c_str(), 0555);
+    m_folder.write("disk.ini", environment("recordings/new/folder"));
+    check_no_recording(
+        "recordings/new/folder/main.ini",
+        not_opened("recordings/new/folder/main.ini", "cannot open the folder: Permission denied"));
+}
+
+TEST_F(ReadOnlyFolder, CanBePlayed) {
+    const int recorded = record(SECOND);
+    for (const auto& entry : std::filesystem::directory_iterator(m_folder.file("recordings")))
+        chmod(entry.path().c_str(), 0444);
+    chmod(in_recordings("").c_str(), 0555);
+    EXPECT_EQ(play(), recorded);
+}
+
+// Every kill leaves an open segment behind, and the next program goes on in it.
+TEST_F(DiskSessionLong, OutlivesOneKillAfterTheOther) {
+    int kept = 0;
+    for (int round = 0; round < 4; ++round) {
+        DiskProgram recorder(m_folder);
+        recorder.type("ENCODE 0\nENCODE 2\n");
+        ASSERT_GE(recorder.recorded(1), 1);
+        DiskProgram player(m_folder, "disk.ini", "speed=20");
+        ASSERT_TRUE(player.search());
+        const int seen = player.played(kept + SECOND);
+        ASSERT_GE(seen, kept + SECOND);
+        recorder.kill();
+        EXPECT_EQ(player.leave(), 0);
+        EXPECT_EQ(recorder.said() + player.said(), "");
+        kept = play();
+        EXPECT_GE(kept, seen);
+    }
+    const int recorded = record(SECOND);
+    EXPECT_EQ(play(), kept + recorded);
+}
