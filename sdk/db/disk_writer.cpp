@@ -121,8 +121,8 @@ bool DiskWriter::go_on_in(const SegmentHeader& header) {
 
 DiskWriter::Outcome DiskWriter::append(const qm_dbframe& frame, int64_t utc_step_us,
                                        int64_t now_us) {
-    if (record_bytes(frame.info.bytes) + space_for_ending(1) >
-        m_options.segment_bytes - SEGMENT_START)
+    const uint64_t most = m_options.segment_bytes - SEGMENT_START;
+    if (!m_segments || record_bytes(frame.info.bytes) + space_for_ending(1) > most)
         return Outcome::refused;
     try {
         return take(frame, utc_step_us, now_us);
@@ -357,6 +357,7 @@ bool DiskWriter::finish(int64_t now_us) {
     m_filled = 0;
     m_due_us = INT64_MAX;
     leave_segment();
+    if (m_segments) m_segments->keep_ini(m_options.segment_bytes, m_options.ring_segments);
     m_segments.reset();
     return written;
 }

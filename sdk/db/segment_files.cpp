@@ -170,12 +170,13 @@ void SegmentFiles::decide_identity(Newest& newest, size_t& place) {
     }
 }
 
-void SegmentFiles::keep_ini(uint64_t segment_bytes, uint64_t ring_segments) {
+void SegmentFiles::keep_ini(uint64_t segment_bytes, uint64_t ring_segments) try {
     const std::string text = ini_text({m_identity, segment_bytes, ring_segments});
     if (text != m_ini && write_ini(text) == 0) m_ini = text;
     if (text != m_ini || m_ini_file >= 0) return;
     m_ini_file = m_files.open(m_folder, m_name, FileSystem::Access::lock);
     if (m_ini_file >= 0) m_files.lock(m_ini_file);
+} catch (const std::bad_alloc&) {  // at the next occasion
 }
 
 int SegmentFiles::write_ini(const std::string& text) {

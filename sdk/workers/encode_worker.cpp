@@ -172,7 +172,8 @@ qm_encode_worker::Wrote qm_encode_worker::write_oldest(sim::StreamDb& db,
     return Wrote::one;
 }
 
-// The thread ends. What the database does not take even now is lost, and said so.
+// The thread ends. What the database does not take even now is lost with what was dropped before,
+// and said so.
 void qm_encode_worker::write_what_waits(sim::StreamDb& db, const std::atomic<uint32_t>& stop) {
     Wrote wrote = Wrote::one;
     while (wrote == Wrote::one) {
@@ -182,7 +183,9 @@ void qm_encode_worker::write_what_waits(sim::StreamDb& db, const std::atomic<uin
         wrote = write_oldest(db, stop);
     }
     if (wrote == Wrote::none) return;
-    uint64_t frames = 0;
+    uint64_t frames = m_dropped - m_dropped_noted;
+    m_dropped_noted += frames;
+    m_dropping = false;
     for (qm_dbframe* frame = m_in_hand; frame; frame = m_list.pop()) {
         m_waiting_bytes -= frame->info.bytes;
         recycle(frame);
