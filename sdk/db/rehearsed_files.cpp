@@ -50,8 +50,9 @@ class RehearsedFiles final : public FileSystem {
 }  // namespace
 
 FileSystem& rehearsed_file_system() {
-    static RehearsedFiles files;
-    return files;
+    // Never destroyed: databases may be closed while the program ends.
+    static auto* files = new RehearsedFiles;
+    return *files;
 }
 
 }  // namespace sim

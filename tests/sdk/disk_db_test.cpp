@@ -4,6 +4,7 @@
 
 #include <gtest/gtest.h>
 #include <sys/stat.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
 #include <cstring>
@@ -206,6 +207,30 @@ TEST_F(DiskDb, TakesFramesAgainFromAFullBufferWhenTheTroubleIsOver) {
     db->end_writing();
     EXPECT_EQ(db->end(), stored + 1);
     said = cannot_write(path("a.ini"), 2) + written_again(path("a.ini"));
+}
+
+// The process ends with a database open, in a child of its own: its frames are there afterwards.
+TEST(DiskDbAtTheEnd, IsFinishedWhenTheProgramEnds) {
+    const TempDir folder;
+    QMDBOpenParam param = {folder.path() + "/a.ini", 1, 16, 10};
+    const pid_t child = fork();
+    ASSERT_GE(child, 0);
+    if (child == 0) {
+        iqm_db* db = nullptr;
+        qm_db_create(DB_TYPE_DISK, &db);
+        if (db->Open(&param) == 0) _exit(1);
+        StreamDb::of(db)->append(frame_at(START_US));
+        exit(0);
+    }
+    int status = -1;
+    ASSERT_EQ(waitpid(child, &status, 0), child);
+    EXPECT_EQ(status, 0);
+    iqm_db* db = nullptr;
+    qm_db_create(DB_TYPE_DISK, &db);
+    param.mode = 0;
+    ASSERT_NE(db->Open(&param), 0);
+    EXPECT_EQ(StreamDb::of(db)->end(), 1u);
+    qm_db_destroy(&db);
 }
 
 // A recording thread, its database, and a playback of the same path.
