@@ -293,7 +293,7 @@ bool DiskReader::read_entry(Loaded& loaded, size_t entry, qm_dbframe& out) {
     out.reserve(filled);
     if (got >= header.total_bytes()) {
         crc = crc32c(crc, bytes + RECORD_BYTES, filled);
-        memcpy(out.payload.get(), bytes + RECORD_BYTES, header.bytes);
+        if (header.bytes > 0) memcpy(out.payload.get(), bytes + RECORD_BYTES, header.bytes);
     } else if (m_files.read(loaded.file, out.payload.get(), filled, offset + RECORD_BYTES) ==
                static_cast<int64_t>(filled)) {
         crc = crc32c(crc, out.payload.get(), filled);

@@ -98,6 +98,7 @@ class DiskReader {
 
     bool refresh();
     bool follow_newest();
+    bool has_begun();
     bool find_newer();
     bool find_listed();
     bool look_in_folder();

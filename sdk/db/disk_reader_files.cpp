@@ -174,9 +174,25 @@ bool DiskReader::follow_newest() {
     return m_end != before;
 }
 
+// There was no segment, and the one that a recorder begins with is there by now.
+bool DiskReader::has_begun() {
+    const uint64_t last = m_segments.empty() ? 0 : m_segments.back().number;
+    for (const uint64_t number : {last, last + 1}) {
+        SegmentHeader header;
+        const int file = number > 0 ? open_header(number, header) : -ENOENT;
+        if (file < 0) continue;
+        m_files.close(file);
+        return true;
+    }
+    return false;
+}
+
 // The segment after the newest is looked for by its name, any other in the folder now and then.
 bool DiskReader::find_newer() {
-    if (m_newest == NONE) return find_listed();
+    if (m_newest == NONE) {
+        if (has_begun()) m_list_due_us = 0;
+        return find_listed();
+    }
     const size_t place = m_newest + 1;
     Segment next;
     next.number = m_segments[m_newest].number + 1;
