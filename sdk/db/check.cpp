@@ -179,34 +179,42 @@ std::unique_ptr<OpenSegment> DatabaseView::segment(uint64_t number) const {
         return segment;
     }
     segment->bytes = static_cast<uint64_t>(size);
-    look_at_headers(*segment);
+    look_at_start(*segment);
     return segment;
 }
 
-void DatabaseView::look_at_headers(OpenSegment& segment) const {
-    alignas(BLOCK_BYTES) uint8_t blocks[SEGMENT_START] = {};
-    const int64_t got = m_files.read(segment.file, blocks, sizeof blocks, 0);
+HeaderBlocks look_at_headers(const uint8_t* blocks, uint64_t number) {
+    HeaderBlocks found;
+    for (const size_t i : {size_t{0}, size_t{1}}) {
+        const uint8_t* block = blocks + i * BLOCK_BYTES;
+        SegmentHeader header;
+        found.copy[i] = read_segment_header(block, header) && header.number == number;
+        found.rest_is_zero[i] = all_zero(block + HEADER_BYTES, BLOCK_BYTES - HEADER_BYTES);
+        if (found.copy[i] && !(i == 1 && found.copy[0])) found.header = header;
+    }
+    found.copies_agree =
+        !found.copy[0] || !found.copy[1] || memcmp(blocks, blocks + BLOCK_BYTES, HEADER_BYTES) == 0;
+    found.blank = found.rest_is_zero[0] && found.rest_is_zero[1] &&
+                  all_zero(blocks, HEADER_BYTES) && all_zero(blocks + BLOCK_BYTES, HEADER_BYTES);
+    return found;
+}
+
+void DatabaseView::look_at_start(OpenSegment& segment) const {
+    alignas(BLOCK_BYTES) uint8_t bytes[SEGMENT_START] = {};
+    const int64_t got = m_files.read(segment.file, bytes, sizeof bytes, 0);
     if (got < 0) {
         segment.error = static_cast<int>(got);
         return;
     }
-    for (const size_t i : {size_t{0}, size_t{1}}) {
-        const uint8_t* block = blocks + i * BLOCK_BYTES;
-        SegmentHeader header;
-        segment.copy[i] = read_segment_header(block, header) && header.number == segment.number;
-        segment.rest_is_zero[i] = all_zero(block + HEADER_BYTES, BLOCK_BYTES - HEADER_BYTES);
-        if (segment.copy[i] && !(i == 1 && segment.copy[0])) segment.header = header;
-    }
-    if (segment.copy[0] || segment.copy[1]) {
-        segment.copies_agree = !segment.copy[0] || !segment.copy[1] ||
-                               memcmp(blocks, blocks + BLOCK_BYTES, HEADER_BYTES) == 0;
+    segment.blocks = look_at_headers(bytes, segment.number);
+    if (segment.blocks.copy[0] || segment.blocks.copy[1]) {
+        segment.header = segment.blocks.header;
         segment.state =
             segment.header.database == m_identity ? SegmentState::whole : SegmentState::foreign;
         return;
     }
-    const bool blank = all_zero(blocks, sizeof blocks);
-    segment.state = blank || was_renamed(blocks, segment.number) ? SegmentState::unbegun
-                                                                 : SegmentState::headless;
+    const bool unbegun = segment.blocks.blank || was_renamed(bytes, segment.number);
+    segment.state = unbegun ? SegmentState::unbegun : SegmentState::headless;
 }
 
 // The ring gave the file this number and then nothing was written: its headers are those of its
@@ -263,8 +271,8 @@ DirectoryView look_for_directory(FileSystem& files, const OpenSegment& segment) 
     const uint32_t seed = segment.header.seed();
     RecordHeader record;
     const uint8_t* bytes = window.at(view.offset, RECORD_BYTES);
-    if (!bytes || !read_record_header(bytes, seed, record) || record.kind != RECORD_DIRECTORY ||
-        record.bytes != directory_bytes(view.entries) ||
+    view.ours = bytes && read_record_header(bytes, seed, record) && record.kind == RECORD_DIRECTORY;
+    if (!view.ours || record.bytes != directory_bytes(view.entries) ||
         record.sequence != segment.header.first_sequence + view.entries)
         return view;
     uint32_t crc = record_crc_start(bytes, seed);

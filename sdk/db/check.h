@@ -26,6 +26,21 @@ enum class SegmentState {
 };
 inline constexpr size_t SEGMENT_STATES = 6;
 
+// The first two blocks of a segment's file.
+struct HeaderBlocks {
+    SegmentHeader header;       // of a copy that is there
+    bool copy[2] = {};          // which copies are headers of the segment
+    bool copies_agree = true;   // when both are
+    bool rest_is_zero[2] = {};  // behind them
+    bool blank = false;         // there are only zeros
+    // Nothing is wrong with them.
+    bool whole() const {
+        return copy[0] && copy[1] && copies_agree && rest_is_zero[0] && rest_is_zero[1];
+    }
+};
+// Of SEGMENT_START bytes, in the file with the number of a segment.
+HeaderBlocks look_at_headers(const uint8_t* blocks, uint64_t number);
+
 // One segment's file, open for reading; closed by the destructor.
 class OpenSegment {
   public:
@@ -38,11 +53,9 @@ class OpenSegment {
 
     const uint64_t number;
     SegmentState state = SegmentState::unreadable;
-    SegmentHeader header;       // when it is whole or foreign
-    bool copy[2] = {};          // which of its two copies are
-    bool copies_agree = true;   // when both are
-    bool rest_is_zero[2] = {};  // of the two header blocks
-    uint64_t bytes = 0;         // the length of the file
+    SegmentHeader header;  // when it is whole or foreign
+    HeaderBlocks blocks;
+    uint64_t bytes = 0;  // the length of the file
     int file = -1;
     int error = 0;  // -errno when it is unreadable
 
@@ -52,8 +65,9 @@ class OpenSegment {
 
 // The directory at the end of a segment's file, as far as it is there.
 struct DirectoryView {
-    bool tail = false;    // the file ends as a directory does
-    bool whole = false;   // and the record is whole and is one of that segment
+    bool tail = false;    // the file ends as a directory does, perhaps one of the ring's last turn
+    bool ours = false;    // the record's header is there and of that segment
+    bool whole = false;   // and so is the rest of it
     uint64_t offset = 0;  // of the record
     uint32_t entries = 0;
 };
@@ -102,7 +116,7 @@ class DatabaseView {
     int load();
     void load_ini();
     void find_identity();
-    void look_at_headers(OpenSegment& segment) const;
+    void look_at_start(OpenSegment& segment) const;
     bool is_locked(const std::string& name) const;
     bool was_renamed(const uint8_t* blocks, uint64_t number) const;
 
@@ -214,7 +228,7 @@ enum class FindingKind {
     time,             // the time is not that of the run
     header_time,      // the header's times and run are not those of the records
     directory,        // not that of the records
-    no_directory,     // the file is cut, but no directory ends it
+    no_directory,     // the file is cut, but no directory ends it; note: another segment follows
     unused_bytes,     // note: offset..end, behind a finished segment
     torn_end,         // note: offset.., what an interrupted write left behind
     unbegun,          // note: a segment that nothing was written into yet

@@ -88,15 +88,12 @@ void SegmentCheck::check_headerless() {
     if (m_newest && m_view->recorded()) return;
     Finding finding{FindingKind::unbegun};
     finding.segment = m_segment->number;
-    uint8_t first = 0;
-    m_view->files().read(m_segment->file, &first, 1, 0);
-    const bool blank = first == 0;
     const bool usual_size = m_segment->bytes == 0 || m_view->ini_state() != IniState::whole ||
                             m_segment->bytes == m_view->ini().segment_bytes;
     FileWindow window(m_view->files(), m_segment->file);
     finding.note =
         m_segment->state == SegmentState::unbegun &&
-        (!blank ||
+        (!m_segment->blocks.blank ||
          (usual_size && window.zero(0, std::min(m_segment->bytes, uint64_t{MAX_SEGMENT_BYTES}))));
     if (!finding.note) finding.kind = FindingKind::no_header;
     add(finding);
@@ -107,14 +104,15 @@ void SegmentCheck::check_headerless() {
 void SegmentCheck::check_headers() {
     for (const size_t i : {size_t{0}, size_t{1}}) {
         const uint64_t offset = i * BLOCK_BYTES;
-        if (!m_segment->copy[i]) {
+        if (!m_segment->blocks.copy[i]) {
             Finding finding = make(FindingKind::header_copy, offset);
             finding.note = m_first_offset != SEGMENT_START && !m_damaged;
             add(finding);
         }
-        if (!m_segment->rest_is_zero[i]) add(make(FindingKind::header_rest, offset + HEADER_BYTES));
+        if (!m_segment->blocks.rest_is_zero[i])
+            add(make(FindingKind::header_rest, offset + HEADER_BYTES));
     }
-    if (!m_segment->copies_agree) add(make(FindingKind::header_copy, BLOCK_BYTES));
+    if (!m_segment->blocks.copies_agree) add(make(FindingKind::header_copy, BLOCK_BYTES));
 }
 
 void SegmentCheck::check_size() {
@@ -128,12 +126,13 @@ void SegmentCheck::check_size() {
 // The directory alone, where there is one. What was cut must end with one.
 void SegmentCheck::check_quickly() {
     const DirectoryView directory = look_for_directory(m_view->files(), *m_segment);
+    const bool growing = m_newest && m_view->recorded();
     m_first_offset = SEGMENT_START;
     if (directory.whole) {
         m_end.known = true;
         m_end.frames = directory.entries;
         m_end.next_sequence = m_end.first_sequence + directory.entries;
-    } else if (directory.tail) {
+    } else if (directory.ours && !growing) {
         add(make(FindingKind::directory, directory.offset));
     } else if (m_segment->bytes < m_segment->header.bytes) {
         add(make(FindingKind::no_directory, m_segment->bytes));
@@ -168,21 +167,25 @@ void SegmentCheck::check_end(const ScanResult& scanned) {
     check_torn_end(scanned, directory);
 }
 
-// The last record is no directory.
+// The last record is no directory. A segment that is not cut may have lost its recorder, and what
+// is at its end may be of the ring's last turn.
 void SegmentCheck::check_torn_end(const ScanResult& scanned, const DirectoryView& directory) {
     RecordHeader record;
     const uint8_t* bytes = m_window->at(scanned.end, RECORD_BYTES);
     const bool there = bytes && read_record_header(bytes, m_seed, record);
     const bool growing = m_newest && m_view->recorded();
-    if (directory.tail || (there && record.kind == RECORD_DIRECTORY && !growing)) {
-        add(make(FindingKind::directory, scanned.end));
-    } else if (m_segment->bytes < m_segment->header.bytes) {
-        add(make(FindingKind::no_directory, scanned.end));
-    } else if (there && !growing) {
-        Finding finding = make(FindingKind::torn_end, scanned.end, record);
-        finding.note = true;
-        add(finding);
-    }
+    const bool tail_fits =
+        directory.tail && directory.offset == scanned.end && directory.entries == m_entries;
+    if (growing) return;
+    if (tail_fits || directory.ours || (there && record.kind == RECORD_DIRECTORY))
+        return add(make(FindingKind::directory, scanned.end));
+    Finding finding = make(FindingKind::no_directory, scanned.end);
+    if (m_segment->bytes < m_segment->header.bytes) return add(finding);
+    finding.note = true;
+    if (there) finding = make(FindingKind::torn_end, scanned.end, record);
+    finding.note = true;
+    const bool ends_inside_batch = scanned.end % BLOCK_BYTES != 0;
+    if (there || !m_newest || ends_inside_batch) add(finding);
 }
 
 }  // namespace sim

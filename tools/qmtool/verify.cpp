@@ -84,7 +84,9 @@ std::string text_of(const sim::Finding& finding) {
         case Kind::time: return "the time does not fit the run";
         case Kind::header_time: return "the times in the header are not those of the records";
         case Kind::directory: return "the directory is damaged, or not that of the records";
-        case Kind::no_directory: return "the file ends here, but not with a directory";
+        case Kind::no_directory:
+            return finding.note ? "no directory ends the segment; its records are found without"
+                                : "the records end here, but not with a directory";
         case Kind::unused_bytes: return bytes + " unused bytes behind the directory";
         case Kind::torn_end: return "an interrupted write left a part of a record";
         case Kind::unbegun: return "nothing was written into it yet";
