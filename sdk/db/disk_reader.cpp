@@ -226,27 +226,35 @@ bool DiskReader::locate(uint64_t n, size_t& place, size_t& entry) {
     return entry < loaded->index.size() && loaded->index.sequence(entry) == n;
 }
 
-// Bytes of records from `offset` on, `wanted` or fewer; more are read ahead of a caller who goes
-// from record to record.
+// Bytes that were read ahead for a caller who goes from record to record; null when they were not.
+const uint8_t* DiskReader::read_ahead(const Loaded& loaded, uint64_t offset, size_t wanted) const {
+    const bool held = m_ahead_segment == loaded.header.identity && offset >= m_ahead_next &&
+                      offset >= m_ahead_offset && offset - m_ahead_offset <= m_ahead_bytes &&
+                      m_ahead_bytes - (offset - m_ahead_offset) >= wanted;
+    return held ? m_ahead.get() + (offset - m_ahead_offset) : nullptr;
+}
+
+// Bytes of records from `offset` on, `wanted` or fewer. Of a header alone no more is read; else the
+// more the longer the caller has gone from record to record.
 const uint8_t* DiskReader::bytes_at(Loaded& loaded, uint64_t offset, size_t wanted, size_t& got) {
-    const bool onward = m_ahead_segment == loaded.header.identity && offset >= m_ahead_next &&
-                        offset - m_ahead_next <= NEAR_BYTES;
-    m_ahead_next = offset;
-    m_ahead_segment = loaded.header.identity;
-    if (onward && offset >= m_ahead_offset && offset - m_ahead_offset <= m_ahead_bytes &&
-        m_ahead_bytes - (offset - m_ahead_offset) >= wanted) {
-        got = wanted;
-        return m_ahead.get() + (offset - m_ahead_offset);
+    got = wanted;
+    if (const uint8_t* held = read_ahead(loaded, offset, wanted)) return held;
+    if (hold_file(loaded) < 0) return nullptr;
+    if (wanted == RECORD_BYTES) {
+        const int64_t read = m_files.read(loaded.file, m_record, RECORD_BYTES, offset);
+        return read == static_cast<int64_t>(RECORD_BYTES) ? m_record : nullptr;
     }
     if (!m_ahead) m_ahead.reset(new uint8_t[AHEAD_BYTES]);
+    const bool onward = m_ahead_segment == loaded.header.identity && offset >= m_ahead_next &&
+                        offset - m_ahead_next <= NEAR_BYTES;
     const uint64_t most = std::min<uint64_t>(AHEAD_BYTES, loaded.index.end() - offset);
     m_ahead_reach = onward ? std::max(wanted, 2 * m_ahead_reach) : wanted;
     m_ahead_reach = static_cast<size_t>(std::min<uint64_t>(m_ahead_reach, most));
     m_ahead_bytes = 0;
-    if (hold_file(loaded) < 0) return nullptr;
     const int64_t read = m_files.read(loaded.file, m_ahead.get(), m_ahead_reach, offset);
     if (read <= 0) return nullptr;
-    m_ahead_offset = offset;
+    m_ahead_segment = loaded.header.identity;
+    m_ahead_offset = m_ahead_next = offset;
     m_ahead_bytes = static_cast<size_t>(read);
     got = std::min(m_ahead_bytes, wanted);
     return m_ahead.get();
@@ -294,13 +302,16 @@ bool DiskReader::read_entry(Loaded& loaded, size_t entry, qm_dbframe& out) {
     if (got >= header.total_bytes()) {
         crc = crc32c(crc, bytes + RECORD_BYTES, filled);
         if (header.bytes > 0) memcpy(out.payload.get(), bytes + RECORD_BYTES, header.bytes);
-    } else if (m_files.read(loaded.file, out.payload.get(), filled, offset + RECORD_BYTES) ==
-               static_cast<int64_t>(filled)) {
+    } else if (hold_file(loaded) == 0 &&
+               m_files.read(loaded.file, out.payload.get(), filled, offset + RECORD_BYTES) ==
+                   static_cast<int64_t>(filled)) {
         crc = crc32c(crc, out.payload.get(), filled);
     } else {
         return false;
     }
     if (crc != header.crc) return false;
+    if (m_ahead_segment != loaded.header.identity) m_ahead_bytes = 0;
+    m_ahead_segment = loaded.header.identity;
     m_ahead_next = offset + header.total_bytes();
     fill_info(header, out.info);
     return true;

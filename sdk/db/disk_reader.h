@@ -114,6 +114,7 @@ class DiskReader {
     bool still_there(Loaded& loaded);
 
     bool locate(uint64_t n, size_t& place, size_t& entry);
+    const uint8_t* read_ahead(const Loaded& loaded, uint64_t offset, size_t wanted) const;
     const uint8_t* bytes_at(Loaded& loaded, uint64_t offset, size_t wanted, size_t& got);
     const uint8_t* header_at(Loaded& loaded, size_t entry, size_t wanted, RecordHeader& header,
                              size_t& got);
@@ -144,7 +145,8 @@ class DiskReader {
     uint64_t m_ahead_offset = 0;
     size_t m_ahead_bytes = 0;
     size_t m_ahead_reach = 0;   // of the last read
-    uint64_t m_ahead_next = 0;  // where the last record looked at begins or ends
+    uint64_t m_ahead_next = 0;  // where the last record that was read ends
+    uint8_t m_record[RECORD_BYTES] = {};
 };
 
 }  // namespace sim

@@ -536,7 +536,7 @@ TEST_F(DiskReader, OutlivesAllItsFiles) {
 }
 
 TEST_F(DiskReader, OpensManySegmentsByReadingFew) {
-    constexpr uint64_t COUNT = 3000;
+    constexpr uint64_t COUNT = 2000;
     for (uint64_t number = 1; number <= COUNT; ++number) {
         MadeSegment made(number, number * 4, sim::MIN_SEGMENT_BYTES);
         made.frames(4, 10);
