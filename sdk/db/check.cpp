@@ -150,23 +150,27 @@ void DatabaseView::load_ini() {
                       : IniState::damaged;
 }
 
-// All headers are read only when the .ini is that of another database.
+// That of the .ini when the newest or the oldest segment has it, else that of the newest.
 void DatabaseView::find_identity() {
-    if (m_ini_state == IniState::whole) m_identity = m_ini.identity;
-    bool found = false;
-    for (size_t i = m_numbers.size(); i-- > 0;) {
+    const bool named = m_ini_state == IniState::whole;
+    if (named) m_identity = m_ini.identity;
+    const auto database_of = [this](uint64_t number, Identity& database) {
         SegmentHeader header;
         const int file =
-            m_files.open(m_folder, segment_name(m_name, m_numbers[i]), FileSystem::Access::read);
-        if (file < 0) continue;
-        const bool loaded = load_segment_header(m_files, file, m_numbers[i], header);
+            m_files.open(m_folder, segment_name(m_name, number), FileSystem::Access::read);
+        if (file < 0) return false;
+        const bool loaded = load_segment_header(m_files, file, number, header);
         m_files.close(file);
-        if (!loaded) continue;
-        const bool named = m_ini_state == IniState::whole && header.database == m_ini.identity;
-        if (!found || named) m_identity = header.database;
-        found = true;
-        if (named || m_ini_state != IniState::whole) return;
-    }
+        database = header.database;
+        return loaded;
+    };
+    Identity newest, oldest;
+    size_t last = m_numbers.size();
+    while (last > 0 && !database_of(m_numbers[last - 1], newest)) --last;
+    if (last == 0 || newest == m_identity) return;
+    size_t first = 0;
+    while (named && first < last && !database_of(m_numbers[first], oldest)) ++first;
+    if (!named || !(oldest == m_identity)) m_identity = newest;
 }
 
 std::unique_ptr<OpenSegment> DatabaseView::segment(uint64_t number) const {
@@ -243,10 +247,13 @@ std::string DatabaseView::path() const {
     return m_folder_path + (needs_slash ? "/" : "") + m_name;
 }
 
-bool DatabaseView::recorded() const { return is_locked(lock_name(m_name)) || newest_locked(); }
+bool DatabaseView::recorded() const {
+    return is_locked(lock_name(m_name)) || recorded_without_lock_file();
+}
 
-bool DatabaseView::newest_locked() const {
-    return !m_numbers.empty() && is_locked(segment_name(m_name, m_numbers.back()));
+bool DatabaseView::recorded_without_lock_file() const {
+    return is_locked(m_name) ||
+           (!m_numbers.empty() && is_locked(segment_name(m_name, m_numbers.back())));
 }
 
 bool DatabaseView::is_locked(const std::string& name) const {

@@ -92,7 +92,7 @@ class DatabaseView {
     const DatabaseIni& ini() const { return m_ini; }  // when it is whole
     int ini_error() const { return m_ini_error; }     // -errno when it is unreadable
 
-    // That of the .ini when a segment has it, else that of the newest segment.
+    // That of the .ini when the newest or the oldest segment has it, else that of the newest.
     const Identity& identity() const { return m_identity; }
     // Of the segment files, rising.
     const std::vector<uint64_t>& numbers() const { return m_numbers; }
@@ -106,8 +106,8 @@ class DatabaseView {
     bool still_there(const OpenSegment& segment) const;
     // Some process records into it right now.
     bool recorded() const;
-    // The newest segment alone is: its recorder's lock file was removed.
-    bool newest_locked() const;
+    // The same by the locks that a recorder has on its other files.
+    bool recorded_without_lock_file() const;
 
   private:
     DatabaseView(FileSystem& files) : m_files(files) {}

@@ -127,7 +127,7 @@ void decide(const DatabaseView& view, const Databases& found, Rebuilt& rebuilt) 
 Rebuilt rebuild_ini(FileSystem& files, const DatabaseView& named) {
     Rebuilt rebuilt;
     const Lock lock(files, named);
-    if (lock.error() == -EAGAIN || named.newest_locked()) {
+    if (lock.error() == -EAGAIN || named.recorded_without_lock_file()) {
         rebuilt.why = "it is being recorded";
         return rebuilt;
     }

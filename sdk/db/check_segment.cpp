@@ -139,16 +139,40 @@ void SegmentCheck::check_quickly() {
     }
 }
 
+// The sequence number that the next segment begins with; 0 when none follows.
+uint64_t SegmentCheck::next_first_sequence() const {
+    const std::vector<uint64_t>& numbers = m_view->numbers();
+    for (auto it = std::upper_bound(numbers.begin(), numbers.end(), m_segment->number);
+         it != numbers.end(); ++it) {
+        const std::unique_ptr<OpenSegment> next = m_view->segment(*it);
+        if (next->state == SegmentState::whole) return next->header.first_sequence;
+    }
+    return 0;
+}
+
 // Behind the last record that could be read.
 void SegmentCheck::check_end(const ScanResult& scanned) {
     const int64_t size = m_view->files().size(m_segment->file);
     const uint64_t bytes = size < 0 ? m_segment->bytes : static_cast<uint64_t>(size);
     const uint64_t limit = std::min(bytes, m_segment->header.bytes);
     if (scanned.finished && scanned.end >= limit) return;
-    const bool growing = m_newest && m_view->recorded();
     const DirectoryView directory = look_for_directory(m_view->files(), *m_segment);
-    if (directory.whole && directory.offset >= scanned.end) {
-        // What a whole directory ends was durable, whatever became of it.
+    if (directory.whole && directory.offset >= scanned.end)
+        return check_lost_end(scanned, directory);
+    if (!scanned.finished) return check_torn_end(scanned, directory);
+    if (m_newest && m_view->recorded()) return;
+    Finding finding = make(FindingKind::unused_bytes, scanned.end);
+    finding.note = true;
+    finding.end = limit;
+    add(finding);
+}
+
+// A whole directory ends the file, but not all before it can be read. What was cut was durable, and
+// so was what the next segment goes on behind. Else the last write was interrupted, and perhaps
+// repeated since.
+void SegmentCheck::check_lost_end(const ScanResult& scanned, const DirectoryView& directory) {
+    const bool cut = m_segment->bytes < m_segment->header.bytes;
+    if (cut || next_first_sequence() >= m_end.first_sequence + directory.entries) {
         m_damage_start = scanned.end;
         m_damage_end = directory.offset;
         const uint64_t known = m_next - m_end.first_sequence;
@@ -157,14 +181,10 @@ void SegmentCheck::check_end(const ScanResult& scanned) {
         m_next += missing;
         return;
     }
-    if (scanned.finished) {
-        Finding finding = make(FindingKind::unused_bytes, scanned.end);
-        finding.note = true;
-        finding.end = limit;
-        if (!growing) add(finding);
-        return;
-    }
-    check_torn_end(scanned, directory);
+    if (m_newest && m_view->recorded()) return;
+    Finding finding = make(FindingKind::torn_end, scanned.end);
+    finding.note = true;
+    add(finding);
 }
 
 // The last record is no directory. A segment that is not cut may have lost its recorder, and what

@@ -67,6 +67,8 @@ class SegmentCheck {
     void check_quickly();
     void check_records(const std::function<void(uint64_t)>& at);
     void check_end(const ScanResult& scanned);
+    uint64_t next_first_sequence() const;
+    void check_lost_end(const ScanResult& scanned, const DirectoryView& directory);
     void check_torn_end(const ScanResult& scanned, const DirectoryView& directory);
 
     void on_record(const RecordHeader& record, uint64_t offset);
