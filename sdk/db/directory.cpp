@@ -75,24 +75,33 @@ bool read_last(FileWindow& window, uint32_t seed, const std::vector<DirectoryEnt
            known.last.sequence + 1 == known.next_sequence;
 }
 
+bool names(const DirectoryEntry& entry, const RecordHeader& record, uint64_t offset) {
+    return offset_of(entry) == offset && entry.utc_us == record.utc_us &&
+           entry.kind == record.kind && entry.stream == record.stream &&
+           entry.channel == record.channel;
+}
+
 // From the last frame that begins a batch on, or from the segment's start, record follows record up
-// to the directory.
+// to the directory, and it names them: not those of a write that was interrupted before.
 bool last_batch_whole(FileWindow& window, uint32_t seed, const std::vector<DirectoryEntry>& entries,
-                      uint64_t directory) {
+                      const Directory& directory) {
     uint64_t offset = SEGMENT_START;
     RecordHeader record;
-    for (size_t i = entries.size(); i > 0; --i) {
-        const uint8_t* bytes = window.at(offset_of(entries[i - 1]), RECORD_BYTES);
+    size_t next = entries.size();
+    while (next > 0 && offset == SEGMENT_START) {
+        const uint8_t* bytes = window.at(offset_of(entries[--next]), RECORD_BYTES);
         if (!bytes || !read_record_header(bytes, seed, record)) return false;
-        if (!record.first_of_batch()) continue;
-        offset = offset_of(entries[i - 1]);
-        break;
+        if (record.first_of_batch()) offset = offset_of(entries[next]);
     }
-    while (offset < directory) {
+    while (offset < directory.offset) {
         if (!whole_record(window, offset, seed, record)) return false;
+        if (record.is_frame() &&
+            (next == entries.size() || !names(entries[next++], record, offset) ||
+             record.run > directory.record.run))
+            return false;
         offset += record.total_bytes();
     }
-    return offset == directory;
+    return offset == directory.offset && next == entries.size();
 }
 
 }  // namespace
@@ -113,7 +122,7 @@ bool load_directory(FileSystem& files, int file, const SegmentHeader& header, bo
         known.finished = true;
         if (read_entries(window, directory, entries, known) &&
             read_last(window, header.seed(), entries, known) &&
-            (!newest || last_batch_whole(window, header.seed(), entries, directory.offset)))
+            (!newest || last_batch_whole(window, header.seed(), entries, directory)))
             return true;
     }
     entries.clear();
