@@ -8,13 +8,12 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
-#include <atomic>
 #include <cerrno>
-#include <filesystem>
-#include <map>
+#include <set>
+#include <utility>
 
-#include "sdk/db/disk_writer.h"
-#include "tests/proof/pass_files.h"
+#include "sdk/db/segment_scan.h"
+#include "tests/proof/kill_recorder.h"
 #include "tests/proof/proof.h"
 #include "tests/proof/proof_frames.h"
 #include "tests/proof/read_back.h"
@@ -23,124 +22,6 @@
 namespace {
 
 using sim::DiskReader;
-using sim::DiskWriter;
-
-constexpr uint64_t RING_SEGMENTS = 8;
-constexpr char INI_NAME[] = "kill.ini";
-
-enum Phase : uint32_t { starting, opening, recording, finishing, ended, PHASES };
-enum Operation : uint32_t { none, writing, syncing, naming, OPERATIONS };
-
-// Where the recorder is; it is still there when the recorder is not.
-struct Whereabouts {
-    std::atomic<uint32_t> phase{starting};
-    std::atomic<uint32_t> operation{none};
-    std::atomic<int64_t> began_us{0};           // the phase
-    std::atomic<int64_t> took_us[PHASES] = {};  // those that ended
-    void enter(Phase next) {
-        const int64_t now = steady_us();
-        took_us[phase] = now - began_us;
-        began_us = now;
-        phase = next;
-    }
-};
-
-// What the recorder tells, one write each.
-struct Message {
-    enum What : uint64_t { opened, durable, wrong } what;
-    uint64_t sequence;
-};
-
-// Keeps what is being done in the whereabouts.
-class WatchedFiles : public PassFiles {
-  public:
-    explicit WatchedFiles(Whereabouts& whereabouts) : m_whereabouts(whereabouts) {}
-
-    int write(int file, const void* data, size_t size, uint64_t offset) override {
-        return during(writing, [&] { return PassFiles::write(file, data, size, offset); });
-    }
-    int sync(int file) override {
-        return during(syncing, [&] { return PassFiles::sync(file); });
-    }
-    int sync_folder(int folder) override {
-        return during(syncing, [&] { return PassFiles::sync_folder(folder); });
-    }
-    int allocate(int file, uint64_t size) override {
-        return during(naming, [&] { return PassFiles::allocate(file, size); });
-    }
-    int truncate(int file, uint64_t size) override {
-        return during(naming, [&] { return PassFiles::truncate(file, size); });
-    }
-    int rename(int folder, const std::string& from, const std::string& to) override {
-        return during(naming, [&] { return PassFiles::rename(folder, from, to); });
-    }
-    int remove(int folder, const std::string& name) override {
-        return during(naming, [&] { return PassFiles::remove(folder, name); });
-    }
-
-  private:
-    template <class Work>
-    int during(Operation operation, Work work) {
-        m_whereabouts.operation = operation;
-        const int result = work();
-        m_whereabouts.operation = none;
-        return result;
-    }
-    Whereabouts& m_whereabouts;
-};
-
-// What one recorder does before it is killed.
-struct Session {
-    uint32_t recorder = 0;
-    uint64_t seed = 0;
-    uint64_t frames = 0;         // then it finishes
-    uint64_t frames_commit = 1;  // a commit after so many, on average
-};
-
-[[noreturn]] void tell_wrong(int pipe, uint64_t code) {
-    const Message message{Message::wrong, code};
-    if (write(pipe, &message, sizeof message) < 0) _exit(2);
-    _exit(1);
-}
-
-void tell(int pipe, Message::What what, uint64_t sequence) {
-    const Message message{what, sequence};
-    if (write(pipe, &message, sizeof message) != sizeof message) _exit(2);
-}
-
-[[noreturn]] void record(const std::string& path, const FramePlan& plan, const Session& session,
-                         Whereabouts& whereabouts, int pipe) {
-    ProofRandom random(session.seed);
-    WatchedFiles files(whereabouts);
-    sim::WriterOptions options;
-    options.segment_bytes = sim::MIN_SEGMENT_BYTES;
-    options.ring_segments = RING_SEGMENTS;
-    options.batch_bytes = 4 * sim::BLOCK_BYTES;
-    whereabouts.enter(opening);
-    std::string why;
-    const auto writer = DiskWriter::open(files, path, options, why);
-    if (!writer) {
-        fprintf(stderr, "recorder %u: %s\n", session.recorder, why.c_str());
-        tell_wrong(pipe, 1);
-    }
-    tell(pipe, Message::opened, writer->next_sequence());
-    whereabouts.enter(recording);
-    qm_dbframe frame;
-    for (uint64_t i = 0; i < session.frames; ++i) {
-        plan.make(session.recorder, writer->next_sequence(), frame);
-        const int64_t now = steady_us();
-        if (writer->append(frame, PROOF_UTC_STEP_US, now) != DiskWriter::Outcome::stored)
-            tell_wrong(pipe, 2);
-        if (!random.one_in(session.frames_commit)) continue;
-        if (!writer->commit(now)) tell_wrong(pipe, 3);
-        tell(pipe, Message::durable, writer->durable_sequence());
-    }
-    whereabouts.enter(finishing);
-    if (!writer->finish(steady_us()) || writer->lost() != 0) tell_wrong(pipe, 4);
-    tell(pipe, Message::durable, writer->durable_sequence());
-    whereabouts.enter(ended);
-    for (;;) pause();
-}
 
 // One database and all that happens to it. The parent's side.
 class Kills {
@@ -169,7 +50,8 @@ class Kills {
     void read_live(DiskReader& reader);
     void count_kill();
     void look_at_database();
-    void check_ring(const ReadBack& back);
+    void check_segments(const ReadBack& back);
+    void scan_segment(int file, const sim::SegmentHeader& header);
 
     Proof& m_proof;
     ProofRandom m_random;
@@ -179,15 +61,16 @@ class Kills {
     Whereabouts* m_whereabouts;
     int m_pipe = -1;
 
-    bool m_exists = false;        // a recorder has opened it once
-    uint64_t m_acknowledged = 0;  // frames before it
-    uint64_t m_segments = 0;      // files, at most so far
-    ReadBack m_before;            // what was read after the last kill
+    bool m_exists = false;                            // a recorder has opened it once
+    uint64_t m_acknowledged = 0;                      // frames before it
+    uint64_t m_segments = 0;                          // files, at most so far
+    std::set<std::pair<uint64_t, uint64_t>> m_holes;  // seen: segment and offset
+    ReadBack m_before;                                // what was read after the last kill
     int64_t m_usual_us[PHASES] = {};
 
     uint64_t m_in_phase[PHASES] = {}, m_in_operation[OPERATIONS] = {};
-    uint64_t m_frames = 0, m_live_frames = 0, m_live_readers = 0, m_late_ends = 0, m_dropped = 0,
-             m_searches = 0;
+    uint64_t m_frames = 0, m_live_frames = 0, m_live_readers = 0, m_late_ends = 0, m_holes_told = 0,
+             m_dropped = 0, m_searches = 0;
 };
 
 void Kills::kill_once(uint32_t recorder) {
@@ -206,7 +89,7 @@ void Kills::kill_once(uint32_t recorder) {
     if (child < 0) abort();
     if (child == 0) {
         close(ends[0]);
-        record(m_path, m_plan, session, *m_whereabouts, ends[1]);
+        record_until_killed(m_path, m_plan, session, *m_whereabouts, ends[1]);
     }
     close(ends[1]);
     m_pipe = ends[0];
@@ -342,44 +225,57 @@ void Kills::look_at_database() {
                            back.recorders[i]))
             break;
     }
-    check_ring(back);
+    check_segments(back);
     m_dropped = back.first;
     m_before = std::move(back);
 }
 
-bool read_header(const std::string& path, uint64_t number, sim::SegmentHeader& header) {
-    const int file = open(path.c_str(), O_RDONLY | O_CLOEXEC);
-    if (file < 0) return false;
-    uint8_t bytes[sim::HEADER_BYTES] = {};
-    const bool read = pread(file, bytes, sizeof bytes, 0) == sizeof bytes;
-    close(file);
-    return read && sim::read_segment_header(bytes, header) && header.number == number;
-}
-
-// The ring gives up one segment at a time, and no frame that is not in it.
-void Kills::check_ring(const ReadBack& back) {
-    std::map<uint64_t, std::string> segments;
-    for (const auto& entry : std::filesystem::directory_iterator(m_folder))
-        if (const uint64_t number = sim::segment_number(INI_NAME, entry.path().filename()))
-            segments[number] = entry.path();
-    const uint64_t count = segments.size();
+// The ring gives up one segment at a time, and no frame that is not in it. What kills interrupted
+// is told as such by what was recorded later: nothing looks damaged.
+void Kills::check_segments(const ReadBack& back) {
+    sim::FileSystem& files = sim::real_file_system();
+    const int folder = files.open_folder(m_folder, false);
+    std::vector<std::string> names;
+    files.list(folder, INI_NAME, names);
+    std::set<uint64_t> numbers;
+    for (const std::string& name : names)
+        if (const uint64_t number = sim::segment_number(INI_NAME, name)) numbers.insert(number);
+    const uint64_t count = numbers.size();
     m_proof.check(count <= RING_SEGMENTS, "%llu segments", static_cast<unsigned long long>(count));
     m_proof.check(count + 1 >= m_segments, "%llu segments of %llu are left",
                   static_cast<unsigned long long>(count),
                   static_cast<unsigned long long>(m_segments));
     m_segments = std::max(m_segments, count);
-    // A file that was taken for a new segment before a kill holds none: it is passed over.
-    for (auto segment = segments.begin(); segment != segments.end(); ++segment) {
+    uint64_t valid = 0;
+    for (const uint64_t number : numbers) {
+        const int file =
+            files.open(folder, sim::segment_name(INI_NAME, number), sim::FileSystem::Access::read);
         sim::SegmentHeader header;
-        if (segment == segments.begin() || !read_header(segment->second, segment->first, header))
-            continue;
-        m_proof.check(back.first <= header.first_sequence,
-                      "segment %llu begins with %llu, the first frame is %llu",
-                      static_cast<unsigned long long>(segment->first),
-                      static_cast<unsigned long long>(header.first_sequence),
-                      static_cast<unsigned long long>(back.first));
-        return;
+        // A file that was taken for a new segment before a kill holds none: it is passed over.
+        if (file >= 0 && sim::load_segment_header(files, file, number, header)) {
+            scan_segment(file, header);
+            if (++valid == 2)
+                m_proof.check(back.first <= header.first_sequence,
+                              "segment %llu begins with %llu, the first frame is %llu",
+                              static_cast<unsigned long long>(number),
+                              static_cast<unsigned long long>(header.first_sequence),
+                              static_cast<unsigned long long>(back.first));
+        }
+        if (file >= 0) files.close(file);
     }
+    files.close(folder);
+}
+
+void Kills::scan_segment(int file, const sim::SegmentHeader& header) {
+    const auto on_hole = [&](uint64_t offset, uint64_t end, bool damage) {
+        m_proof.check(!damage, "segment %llu: damage from %llu to %llu",
+                      static_cast<unsigned long long>(header.number),
+                      static_cast<unsigned long long>(offset),
+                      static_cast<unsigned long long>(end));
+        if (m_holes.insert({header.identity, offset}).second) ++m_holes_told;
+    };
+    sim::SegmentScan scan(sim::real_file_system(), file, header, {}, on_hole);
+    scan.run();
 }
 
 void Kills::report(uint64_t kills) {
@@ -392,6 +288,8 @@ void Kills::report(uint64_t kills) {
     m_proof.covered("of them %llu in a write, %llu in a sync, %llu in a change of names or sizes",
                     n(m_in_operation[writing]), n(m_in_operation[syncing]),
                     n(m_in_operation[naming]));
+    m_proof.covered("%llu half-done writes that were told by what was recorded later",
+                    n(m_holes_told));
     m_proof.covered("%llu frames acknowledged, %llu of them left to the ring by now",
                     n(m_acknowledged), n(m_dropped));
     m_proof.covered(
