@@ -14,8 +14,8 @@ const std::string SEARCH_TITLE = "\nSearch Status\n";
 
 // So many tables without a frame in a row: nothing comes any more. One alone may be a busy machine.
 constexpr int TABLES_AT_REST = 5;
-// Far more than any test waits for.
-constexpr int MOST_TABLES = 2000;
+
+using Clock = std::chrono::steady_clock;
 
 // The program, its standard error in a file, under the same process number.
 Program program(const TempDir& folder, const std::string& environment, const std::string& board,
@@ -49,9 +49,9 @@ bool DiskProgram::expect(const std::string& text) {
 }
 
 bool DiskProgram::expect_said(const std::string& text) const {
-    const auto deadline = std::chrono::steady_clock::now() + ConsoleProcess::PATIENCE;
+    const Clock::time_point deadline = Clock::now() + ConsoleProcess::PATIENCE;
     while (said().find(text) == std::string::npos) {
-        if (std::chrono::steady_clock::now() > deadline) return false;
+        if (Clock::now() > deadline) return false;
         std::this_thread::sleep_for(std::chrono::milliseconds(10));
     }
     return true;
@@ -68,23 +68,21 @@ DiskProgram::Figures DiskProgram::next_table(const std::string& title) {
 }
 
 int DiskProgram::reached(const std::string& title, int least) {
+    const Clock::time_point deadline = Clock::now() + ConsoleProcess::PATIENCE;
     int total = 0;
-    for (int table = 0; table < MOST_TABLES && total >= 0; ++table) {
-        total = next_table(title).total;
-        if (total >= least) return total;
-    }
-    return -1;
+    while (total >= 0 && total < least && Clock::now() < deadline) total = next_table(title).total;
+    return total;
 }
 
 int DiskProgram::at_rest(const std::string& title) {
-    Figures figures;
+    const Clock::time_point deadline = Clock::now() + ConsoleProcess::PATIENCE;
     int without = 0;
-    for (int table = 0; table < MOST_TABLES && without < TABLES_AT_REST; ++table) {
-        figures = next_table(title);
-        if (figures.total < 0) return -1;
+    for (;;) {
+        const Figures figures = next_table(title);
         without = figures.total > 0 && figures.period == 0 ? without + 1 : 0;
+        if (figures.total < 0 || without == TABLES_AT_REST) return figures.total;
+        if (Clock::now() > deadline) return -1;
     }
-    return figures.total;
 }
 
 int DiskProgram::recorded(int least) { return reached(MAIN_TITLE, least); }

@@ -10,7 +10,8 @@
 #include "tests/support/temp_dir.h"
 
 // One running program in `folder`. The status thread prints the tables of the main stream and of
-// playback; every figure is that of channel 0, -1 when the table does not come.
+// playback; every figure is that of channel 0, -1 when no table comes. A figure that is waited for
+// in vain is given as it is.
 class DiskProgram {
   public:
     // Started with the environment file `environment` and with `board` for QM_BOARD; MAIN is open.
