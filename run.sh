@@ -9,6 +9,7 @@ check_path "$root"
 
 build=$root/build/release
 program=$build/qm7105
+tool=$build/qmtool
 work=$root/build/run
 
 usage() {
@@ -20,7 +21,8 @@ Usage: ./run.sh [ENVFILE] [--tour] [--help]
   --help    this text
 
 Installs what the build needs, builds build/release/qm7105 and starts it in build/run/, where
-the databases of a session are kept. Leave the program with Q in each menu.
+the recordings are kept until you delete them. build/release/qmtool, built beside it, looks into
+them. Leave the program with Q in each menu.
 END
 }
 
@@ -43,7 +45,7 @@ build_program() {
         have_googletest || tests=OFF
         quietly cmake --preset release "-DQM7105_TESTS=$tests"
     fi
-    quietly cmake --build "$build" --target qm7105
+    quietly cmake --build "$build" --target qm7105 qmtool
 }
 
 # Ends the program and the run after signal number $1. A terminal that hangs up has ended the
@@ -100,6 +102,6 @@ if [ -n "$tour" ]; then need "command -v python3" python3 "types the tour"; fi
 build_program
 { mkdir -p "$work" && cd "$work"; } || fail "cannot enter $work"
 
-if [ -n "$tour" ]; then exec python3 "$root/demo/tour.py" "$program" "$environment"; fi
+if [ -n "$tour" ]; then exec python3 "$root/demo/tour.py" "$program" "$tool" "$environment"; fi
 if [ -t 0 ]; then run_on_terminal; fi
 exec "$program" "$environment"

@@ -1,21 +1,29 @@
 #!/usr/bin/env python3
 """Types a session into the program, shows it, and checks what comes back.
 
-Usage: tour.py PROGRAM ENVFILE      (started by ./run.sh --tour)
+Usage: tour.py PROGRAM QMTOOL ENVFILE      (started by ./run.sh --tour)
 
-Records the main and the other streams, watches the rate tables, plays the recording back while it
-goes on, and leaves in order. Exit status 0 only if everything seen was right; otherwise the last
-line says what was not. Every wait has a deadline, so the tour never hangs.
+Records the main and the other streams, watches the rate tables, and leaves the program. Then qmtool
+verifies the databases, and the program is started again and plays them back. With a main database in
+memory the recording is played back while it goes on instead. Exit status 0 only if everything seen
+was right; otherwise the last line says what was not. Every wait has a deadline, so the tour never
+hangs.
+
+Databases on disk may hold recordings of earlier runs: they stay, and count as well.
 """
+import json
 import os
 import pty
 import re
 import select
 import signal
+import subprocess
 import sys
 import time
 
 CHANNELS = 16
+MAIN, DUAL, JPEG = "main", "dual", "jpeg"
+TYPES_ON_DISK = (0, 1)
 BOARDS_WITHOUT_SEARCH = (2, 6, 7)
 KEY_PAUSE = 0.03
 STEP_PAUSE = 0.4
@@ -24,13 +32,15 @@ ANSWER_TIME = 5
 TABLE_TIME = 6
 # The whole tour, whatever happens.
 TOUR_TIME = 60
+# Of a larger database qmtool looks at the headers, directories and ends only.
+QUICK_FROM = 512 << 20
 
 ROWS = r"((?: *\d+ +\d+ +\d+ +[\d.]+ +\d+\n){16})"
 HEAD = r"\n={48}\nCH  tot_count  frame/sec  kbyte/sec kbitrate/sec\n-{48}\n"
 MAIN_TABLE = re.compile("Main Stream Encode Status" + HEAD + ROWS +
                         r"-{48}\n\* Buffer Count : \d+\n={48}\n")
 SEARCH_TABLE = re.compile("Search Status" + HEAD + ROWS +
-                          r"-{48}\nTIME:\d+, DEC Frame:(\d+), BUF Count:\d+\n={48}\n")
+                          r"-{48}\nTIME:(\d+), DEC Frame:(\d+), BUF Count:\d+\n={48}\n")
 
 
 class Wrong(Exception):
@@ -40,10 +50,10 @@ class Wrong(Exception):
 class Session:
     """The program in a terminal of its own; everything it prints is shown."""
 
-    def __init__(self, program, environment):
+    def __init__(self, program, environment, deadline):
         self.seen = ""
         self.read_to = 0
-        self.deadline = time.monotonic() + TOUR_TIME
+        self.deadline = deadline
         self.process, self.terminal = pty.fork()
         if self.process == 0:
             try:
@@ -83,10 +93,15 @@ class Session:
                 self.read_to = found.end()
                 return found
             if not alive:
-                raise Wrong(f"the program ended before {what}")
+                raise Wrong(f"the program ended before {what}{self.complaint()}")
             if time.monotonic() > end:
-                raise Wrong(f"waited {seconds} seconds for {what}")
+                raise Wrong(f"waited {seconds} seconds for {what}{self.complaint()}")
             alive = self.take(end - time.monotonic())
+
+    def complaint(self):
+        """The last thing that the board had to say."""
+        lines = re.findall(r"qm7105 board: .*", self.seen)
+        return f" ({lines[-1]})" if lines else ""
 
     def type(self, line):
         self.watch(STEP_PAUSE)
@@ -160,7 +175,8 @@ def rows_of(table):
 
 
 def check_rates(session, rates):
-    """Watches three tables: after the first period the rates are those of the settings."""
+    """Watches three tables: after the first period the rates are those of the settings. The last
+    totals and rates."""
     totals = rows_of(session.expect(MAIN_TABLE, "the first main-stream table", TABLE_TIME))
     for _ in range(2):
         rows = rows_of(session.expect(MAIN_TABLE, "the next main-stream table", TABLE_TIME))
@@ -173,99 +189,265 @@ def check_rates(session, rates):
                 raise Wrong(f"channel {channel} counts {frames} frames and its total grows by "
                             f"{total - before[0]}")
         totals = rows
+    return totals
 
 
-def check_playback(session, tables):
-    """Watches `tables` search tables: frames are decoded, and DEC Frame is their sum."""
+def check_playback(session, tables, held=None):
+    """Watches `tables` search tables: frames are decoded, DEC Frame is their sum, and with `held`,
+    what qmtool says of the database, they are frames that it holds."""
     for _ in range(tables):
         table = session.expect(SEARCH_TABLE, "a search table", TABLE_TIME)
-        decoded = sum(frames for _, frames in rows_of(table))
-        if decoded != int(table.group(2)):
-            raise Wrong(f"DEC Frame shows {table.group(2)}, the channels add up to {decoded}")
+        rows = rows_of(table)
+        decoded = sum(frames for _, frames in rows)
+        if decoded != int(table.group(3)):
+            raise Wrong(f"DEC Frame shows {table.group(3)}, the channels add up to {decoded}")
+        if held and decoded:
+            check_held(rows, int(table.group(2)), held)
     if decoded == 0:
         raise Wrong("nothing is decoded during playback")
 
 
-def tour(session, rates):
-    session.expect("QM7105>", "the top-level prompt")
+def check_held(rows, seconds, held):
+    for channel, (total, _) in enumerate(rows):
+        if total > held.frames.get(channel, 0):
+            raise Wrong(f"channel {channel} has played {total} frames, qmtool lists "
+                        f"{held.frames.get(channel, 0)}")
+    if not held.first_us // 10**6 <= seconds <= held.last_us // 10**6:
+        raise Wrong(f"playback shows a frame of the time {seconds}, which is not recorded")
 
-    caption("MAIN opens a codec session on all four chips.")
-    session.type("MAIN")
-    session.expect("MAIN>", "the prompt of MAIN")
-    caption("ENCODE 0 records the main stream of every enabled channel, ENCODE 2 the others.")
-    session.type("ENCODE 0")
-    session.expect("Encode DB Stream : ", "the database of the main stream")
-    session.type("ENCODE 2")
-    session.expect("Encode DB Stream(Jpeg) : ", "the databases of the other streams")
 
-    caption("STATUS, SET: the rate table of the main stream (A bit 0) and of JPEG (A bit 24).")
-    session.type("STATUS")
-    session.expect("STATUS>", "the prompt of STATUS")
-    session.type("SET")
-    session.expect("Select Operation : ", "the SET dialogue")
-    session.type("t 1000001 0")
-    session.expect("infomask 01000001 00000000\n", "the masks")
-    session.expect("Select Operation : ", "the SET dialogue again")
-    session.type("9")
-    session.expect("STATUS>", "the prompt of STATUS")
-    caption("RUN prints them once a second: the frame rates are those of the environment file.")
-    session.type("RUN")
-    session.expect(" !!  Status thread is running  !!", "the start of the status thread")
-    check_rates(session, rates)
+class Holdings:
+    """What a database holds of one stream, by `qmtool list --json`."""
 
-    caption("SET again: the search table instead. It stays silent until something is played.")
-    session.type("SET")
-    session.expect("Select Operation : ", "the SET dialogue")
-    session.type("t 2 0")
-    session.expect("infomask 00000002 00000000\n", "the masks")
-    session.type("9")
-    session.expect("STATUS>", "the prompt of STATUS")
-    session.type("EXIT")
-    session.expect("MAIN>", "the prompt of MAIN")
+    def __init__(self, listed, stream):
+        channels = [entry for entry in listed["channels"] if entry["stream"].lower() == stream]
+        self.frames = {entry["channel"]: entry["frames"] for entry in channels}
+        self.first_us = min((entry["first"]["us"] for entry in channels), default=0)
+        self.last_us = max((entry["last"]["us"] for entry in channels), default=0)
+        self.runs = listed["run_count"]
 
-    caption("SEARCH opens the recording, which goes on meanwhile; PB 4 plays it forward.")
-    session.type("SEARCH")
-    session.expect("Decode DB Stream : ", "the search database")
-    session.expect("SEARCH>", "the prompt of SEARCH")
-    session.type("PB 4")
-    check_playback(session, 3)
-    caption("PB SPEED UP doubles the speed, PB 3 pauses.")
-    session.type("PB SPEED UP")
-    check_playback(session, 2)
-    session.type("PB 3")
-    session.type("EXIT")
-    session.expect("MAIN>", "the prompt of MAIN")
 
-    caption("ENCODE 3 and ENCODE 1 stop the recording; Q closes the session, Q the program.")
-    session.type("ENCODE 3")
-    session.expect("MAIN>", "the prompt of MAIN")
-    session.type("ENCODE 1")
-    session.expect("MAIN>", "the prompt of MAIN")
-    session.type("Q")
-    for line in (" !! Status thread is stopped !!\n", "Release ReleaseAVCodec - Begin\n",
-                 "Release ReleaseAVCodec - End\n", "Destroy QM AV Codec.\n", "QM7105>"):
-        session.expect(line, f'"{line.strip()}"')
-    session.type("Q")
-    session.expect("Exit QM7105 test program\n", "the farewell")
-    status = session.status()
-    if status != 0:
-        raise Wrong(f"the program's exit status is {status}")
+class Database:
+    """One database on disk, looked at with qmtool."""
+
+    def __init__(self, tool, stream, path, deadline):
+        self.tool = tool
+        self.stream = stream
+        self.path = path
+        self.deadline = deadline
+
+    def bytes(self):
+        folder, name = os.path.split(self.path)
+        try:
+            names = os.listdir(folder or ".")
+        except FileNotFoundError:
+            return 0
+        return sum(os.path.getsize(os.path.join(folder, entry)) for entry in names
+                   if entry.startswith(name + ".") and entry.endswith(".seg"))
+
+    def ask(self, *words, shown=True):
+        """What qmtool answers; anything but the exit status 0 is wrong."""
+        command = f"qmtool {' '.join(words)} {self.path}"
+        if shown:
+            print("\n$ " + command, flush=True)
+        try:
+            run = subprocess.run([self.tool, *words, self.path], capture_output=True, text=True,
+                                 check=False, stdin=subprocess.DEVNULL,
+                                 timeout=max(1, self.deadline - time.monotonic()))
+        except subprocess.TimeoutExpired as expired:
+            raise Wrong(f"{command} took too long") from expired
+        if shown:
+            print(run.stdout + run.stderr, end="", flush=True)
+        if run.returncode != 0:
+            raise Wrong(f"the exit status of {command} is {run.returncode}")
+        return run.stdout
+
+    def verify(self):
+        self.ask("verify", *(["--quick"] if self.bytes() > QUICK_FROM else []))
+
+    def holdings(self):
+        """None when there is nothing yet, or too much to be counted on a tour."""
+        if not 0 < self.bytes() <= QUICK_FROM:
+            return None
+        return Holdings(json.loads(self.ask("list", "--json", shown=False)), self.stream)
+
+
+class Tour:
+    """The whole of it. `places` are the databases on disk by their group."""
+
+    def __init__(self, program, environment, rates, places, deadline):
+        self.program = program
+        self.environment = environment
+        self.rates = rates
+        self.places = places
+        self.deadline = deadline
+        self.session = None
+
+    def start(self):
+        self.session = Session(self.program, self.environment, self.deadline)
+        self.session.expect("QM7105>", "the top-level prompt")
+
+    def answer(self, line, text, what):
+        self.session.type(line)
+        self.session.expect(text, what)
+
+    def select(self, mask):
+        """SET: the reports of mask A."""
+        self.answer("SET", "Select Operation : ", "the SET dialogue")
+        self.answer(f"t {mask:x} 0", f"infomask {mask:08x} 00000000\n", "the masks")
+        self.session.expect("Select Operation : ", "the SET dialogue again")
+        self.answer("9", "STATUS>", "the prompt of STATUS")
+
+    def record(self):
+        """Opens a session, records everything, watches it; ends in MAIN."""
+        caption("MAIN opens a codec session on all four chips.")
+        self.answer("MAIN", "MAIN>", "the prompt of MAIN")
+        caption("ENCODE 0 records the main stream of every enabled channel, ENCODE 2 the others.")
+        self.answer("ENCODE 0", "Encode DB Stream : ", "the database of the main stream")
+        self.answer("ENCODE 2", "Encode DB Stream(Jpeg) : ", "the databases of the other streams")
+        caption("STATUS, SET: the rate table of the main stream (A bit 0) and of JPEG (A bit 24).")
+        self.answer("STATUS", "STATUS>", "the prompt of STATUS")
+        self.select(0x1000001)
+        caption("RUN prints them once a second: the frame rates are those of the environment file.")
+        self.answer("RUN", " !!  Status thread is running  !!", "the start of the status thread")
+        return check_rates(self.session, self.rates)
+
+    def leave(self):
+        """From MAIN: Q, Q."""
+        self.session.type("Q")
+        for line in (" !! Status thread is stopped !!\n", "Release ReleaseAVCodec - Begin\n",
+                     "Release ReleaseAVCodec - End\n", "Destroy QM AV Codec.\n", "QM7105>"):
+            self.session.expect(line, f'"{line.strip()}"')
+        self.answer("Q", "Exit QM7105 test program\n", "the farewell")
+        status = self.session.status()
+        if status != 0:
+            raise Wrong(f"the program's exit status is {status}")
+        self.close()
+
+    def close(self):
+        if self.session:
+            self.session.close()
+        self.session = None
+
+    def in_memory(self):
+        """Plays what is being recorded, since it is gone afterwards."""
+        self.start()
+        self.record()
+        caption("SET again: the search table instead. It stays silent until something is played.")
+        self.select(2)
+        self.answer("EXIT", "MAIN>", "the prompt of MAIN")
+
+        caption("SEARCH opens the recording, which goes on meanwhile; PB 4 plays it forward.")
+        self.answer("SEARCH", "Decode DB Stream : ", "the search database")
+        self.session.expect("SEARCH>", "the prompt of SEARCH")
+        self.session.type("PB 4")
+        check_playback(self.session, 3)
+        caption("PB SPEED UP doubles the speed, PB 3 pauses.")
+        self.session.type("PB SPEED UP")
+        check_playback(self.session, 2)
+        self.session.type("PB 3")
+        self.answer("EXIT", "MAIN>", "the prompt of MAIN")
+
+        caption("ENCODE 3 and ENCODE 1 stop the recording; Q closes the session, Q the program.")
+        self.answer("ENCODE 3", "MAIN>", "the prompt of MAIN")
+        self.answer("ENCODE 1", "MAIN>", "the prompt of MAIN")
+        self.leave()
+
+    def on_disk(self):
+        """Records, leaves, looks at the databases, and plays them in another program."""
+        before = {group: place.holdings() for group, place in self.places.items()}
+        self.start()
+        counted = self.record()
+        self.answer("EXIT", "MAIN>", "the prompt of MAIN")
+        caption("Q stops the recording and closes the session, Q leaves the program.")
+        self.leave()
+
+        caption("The recordings are on disk. qmtool verifies every byte of them.")
+        for place in self.places.values():
+            place.verify()
+        after = {group: place.holdings() for group, place in self.places.items()}
+        check_growth(before, after, counted)
+        caption("And what is there, channel by channel; recordings of earlier runs as well.")
+        main = self.places[MAIN]
+        main.ask("list" if after[MAIN] else "info")
+
+        caption("The program again: STATUS, SET and RUN for the search table.")
+        self.start()
+        self.answer("MAIN", "MAIN>", "the prompt of MAIN")
+        self.answer("STATUS", "STATUS>", "the prompt of STATUS")
+        self.select(2)
+        self.answer("RUN", " !!  Status thread is running  !!", "the start of the status thread")
+        self.answer("EXIT", "MAIN>", "the prompt of MAIN")
+        self.play(after)
+        caption("EXIT leaves SEARCH; Q closes the session, Q the program.")
+        self.answer("EXIT", "MAIN>", "the prompt of MAIN")
+        self.leave()
+
+    def play(self, held):
+        caption("SEARCH opens what was recorded, the oldest first; PB 4 plays it forward.")
+        self.session.type("SEARCH")
+        found = self.session.expect(re.compile(r"Decode DB Stream : ([01]), "),
+                                    "the search database")
+        self.session.expect("SEARCH>", "the prompt of SEARCH")
+        groups = (MAIN, DUAL) if found[1] == "0" else (DUAL, MAIN)
+        self.session.type("PB 4")
+        check_playback(self.session, 2, held.get(groups[0]))
+        caption("PB SPEED UP doubles the speed.")
+        self.session.type("PB SPEED UP")
+        check_playback(self.session, 1, held.get(groups[0]))
+        other = self.places.get(groups[1])
+        if other and other.bytes():
+            caption("SETDB opens the other database and plays it forward.")
+            self.answer(f"SETDB {1 - int(found[1])}", "Decode DB Stream : ", "the other database")
+            check_playback(self.session, 2, held[groups[1]])
+        self.session.type("PB 3")
+
+
+def check_growth(before, after, counted):
+    """What the tables counted is on disk, beside what was there before."""
+    for group, now in after.items():
+        was = before[group]
+        if not now or (was and was.first_us != now.first_us):  # the ring has turned
+            continue
+        if now.runs <= (was.runs if was else 0) and now.frames:
+            raise Wrong(f"no new recording is in the {group} database")
+        for channel, (total, _) in enumerate(counted if group == MAIN else []):
+            old = was.frames.get(channel, 0) if was else 0
+            grown = now.frames.get(channel, 0) - old
+            if grown < total:
+                raise Wrong(f"channel {channel} counted {total} frames, {grown} are recorded")
+
+
+def places_on_disk(ini, tool, deadline):
+    places = {}
+    for group in (MAIN, DUAL, JPEG):
+        kind = ini.get(("general", group + "_database_type"), "")
+        if kind and number_of(kind) in TYPES_ON_DISK:
+            path = ini.get(("general", group + "_stream_db"), "")
+            places[group] = Database(tool, group, path, deadline)
+    return places
 
 
 def main(arguments):
-    if len(arguments) != 2:
-        print("usage: tour.py PROGRAM ENVFILE", file=sys.stderr)
+    if len(arguments) != 3:
+        print("usage: tour.py PROGRAM QMTOOL ENVFILE", file=sys.stderr)
         return 2
-    session = None
+    program, tool, environment = arguments
+    deadline = time.monotonic() + TOUR_TIME
+    tour = None
     try:
-        ini = read_environment(arguments[1])
+        ini = read_environment(environment)
         rates = main_frame_rates(ini)
         if not any(rates):
-            raise Wrong("no channel of the main stream is enabled in " + arguments[1])
+            raise Wrong("no channel of the main stream is enabled in " + environment)
         if number_of(ini.get(("general", "board_type"), "")) in BOARDS_WITHOUT_SEARCH:
-            raise Wrong("the board of this environment file cannot search: " + arguments[1])
-        session = Session(*arguments)
-        tour(session, rates)
+            raise Wrong("the board of this environment file cannot search: " + environment)
+        places = places_on_disk(ini, tool, deadline)
+        tour = Tour(program, environment, rates, places, deadline)
+        if MAIN in places:
+            tour.on_disk()
+        else:
+            tour.in_memory()
     except Wrong as wrong:
         print(f"\n\ntour: {wrong}")
         return 1
@@ -276,8 +458,8 @@ def main(arguments):
         os.dup2(os.open(os.devnull, os.O_WRONLY), sys.stdout.fileno())
         return 1
     finally:
-        if session:
-            session.close()
+        if tour:
+            tour.close()
     print("\n\n### Everything seen on this tour was right.")
     return 0
 

@@ -252,8 +252,16 @@ class WithoutATerminal(unittest.TestCase):
     def test_help_names_every_option(self):
         run = self.run_sh("--help")
         self.assertEqual((0, ""), (run.returncode, run.stderr))
-        for word in ("Usage: ./run.sh", "ENVFILE", "--tour", "--help", "demo/qm7105.ini"):
+        for word in ("Usage: ./run.sh", "ENVFILE", "--tour", "--help", "demo/qm7105.ini",
+                     "build/run/", "qmtool"):
             self.assertIn(word, run.stdout)
+
+    def test_it_builds_qmtool_beside_the_program(self):
+        tool = ROOT / "build" / "release" / "qmtool"
+        tool.unlink(missing_ok=True)
+        self.assertEqual(0, self.run_sh().returncode)
+        run = subprocess.run([tool, "--help"], capture_output=True, check=False)
+        self.assertEqual((0, b""), (run.returncode, run.stderr))
 
 
 class MissingPackages(unittest.TestCase):
