@@ -86,7 +86,7 @@ std::map<uint64_t, uint64_t> segments_with_records(const CrashFiles& files, uint
 sim::DiskWriter::Outcome FrameBook::append(sim::DiskWriter& writer, FrameSize size) {
     using Outcome = sim::DiskWriter::Outcome;
     m_now_us += 1000;
-    const Entry entry = {writer.next_sequence(), m_next_id++, size, m_now_us};
+    const Entry entry = {writer.next_sequence(), m_next_id++, size, m_now_us, false};
     qm_dbframe frame;  // a crash meanwhile appends others
     make_frame(entry.id, size, entry.time_us, frame);
     m_entries.push_back(entry);
@@ -110,10 +110,15 @@ void FrameBook::acknowledge(const sim::DiskWriter& writer, const CrashFiles& fil
         segments_with_records(files, m_segments.empty() ? 0 : m_segments.rbegin()->first));
 }
 
-bool FrameBook::begin(const sim::DiskWriter& writer, const CrashFiles& files, std::string& wrong) {
+bool FrameBook::begin(const sim::DiskWriter& writer, const CrashFiles& files, std::string& wrong,
+                      bool excused) {
     const uint64_t next = writer.next_sequence();
-    const uint64_t durable = m_durable;
+    const auto last = std::find_if(m_entries.rbegin(), m_entries.rend(),
+                                   [this](const Entry& entry) { return promised(entry); });
+    const uint64_t durable = last == m_entries.rend() ? 0 : last->sequence + 1;
     while (!m_entries.empty() && m_entries.back().sequence >= next) m_entries.pop_back();
+    for (auto it = m_entries.rbegin(); it != m_entries.rend() && it->sequence >= m_durable; ++it)
+        it->excused = excused;
     acknowledge(writer, files);
     if (next < durable)
         wrong = number_text("a recorder begins with number ", next, "") +
@@ -136,17 +141,31 @@ const FrameBook::Entry* FrameBook::find(uint64_t sequence) const {
     return it != m_entries.end() && it->sequence == sequence ? &*it : nullptr;
 }
 
+std::string FrameBook::compare_frame(const qm_dbframe& frame, const Entry& entry) {
+    const sim::FrameInfo right = frame_info(entry.id, entry.size, entry.time_us + BOOK_UTC_STEP_US);
+    if (frame.info.kind != right.kind || frame.info.stream != right.stream ||
+        frame.info.channel != right.channel || frame.info.number != right.number ||
+        frame.info.time_us != right.time_us || frame.info.bytes != right.bytes)
+        return number_text("frame ", entry.sequence, "") +
+               number_text(" is not the one recorded but has number ", frame.info.number, "");
+    if (std::memcmp(frame.payload.get(), payload_of(entry.id), right.bytes) != 0)
+        return number_text("frame ", entry.sequence, " has other bytes");
+    return "";
+}
+
 std::string FrameBook::compare(sim::FileSystem& files, bool gaps) const {
     const uint64_t from = kept_from();
-    auto wanted =
-        std::lower_bound(m_entries.begin(), m_entries.end(), from,
-                         [](const Entry& entry, uint64_t least) { return entry.sequence < least; });
+    // The next one that must be there.
+    auto wanted = m_entries.begin();
+    const auto pass = [&] {
+        wanted = std::find_if(wanted, m_entries.end(), [&](const Entry& entry) {
+            return entry.sequence >= from && promised(entry);
+        });
+    };
+    pass();
     std::string why;
     const auto reader = sim::DiskReader::open(files, BOOK_PATH, why);
-    if (!reader) {
-        const bool nothing = wanted == m_entries.end() || wanted->sequence >= m_durable;
-        return nothing ? "" : "no reader: " + why;
-    }
+    if (!reader) return wanted == m_entries.end() ? "" : "no reader: " + why;
     static thread_local qm_dbframe frame;
     uint64_t last = UINT64_MAX;
     const uint64_t end = reader->end();
@@ -157,22 +176,15 @@ std::string FrameBook::compare(sim::FileSystem& files, bool gaps) const {
         const Entry* entry = find(n);
         if (!entry) return number_text("frame ", n, " is one that nobody recorded");
         if (!reader->read(n, frame)) return number_text("frame ", n, " cannot be read");
-        const sim::FrameInfo right =
-            frame_info(entry->id, entry->size, entry->time_us + BOOK_UTC_STEP_US);
-        if (frame.info.kind != right.kind || frame.info.stream != right.stream ||
-            frame.info.channel != right.channel || frame.info.number != right.number ||
-            frame.info.time_us != right.time_us || frame.info.bytes != right.bytes)
-            return number_text("frame ", n, "") +
-                   number_text(" is not the one recorded but has number ", frame.info.number, "");
-        if (std::memcmp(frame.payload.get(), payload_of(entry->id), right.bytes) != 0)
-            return number_text("frame ", n, " has other bytes");
-        if (wanted != m_entries.end() && wanted->sequence < n && wanted->sequence < m_durable)
-            break;
-        if (wanted != m_entries.end() && wanted->sequence == n) ++wanted;
+        const std::string wrong = compare_frame(frame, *entry);
+        if (!wrong.empty()) return wrong;
+        if (wanted == m_entries.end() || wanted->sequence > n) continue;
+        if (wanted->sequence < n) break;
+        ++wanted;
+        pass();
     }
-    if (wanted != m_entries.end() && wanted->sequence < m_durable)
-        return number_text("frame ", wanted->sequence, " is missing") +
-               number_text(", durable was all up to ", m_durable, "") +
-               number_text(", kept from ", from, "");
-    return "";
+    if (wanted == m_entries.end()) return "";
+    return number_text("frame ", wanted->sequence, " is missing") +
+           number_text(", durable was all up to ", m_durable, "") +
+           number_text(", kept from ", from, "");
 }

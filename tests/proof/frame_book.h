@@ -32,8 +32,10 @@ class FrameBook {
     // After each of these: what the recorder says is durable is durable.
     void acknowledge(const sim::DiskWriter& writer, const CrashFiles& files);
     // A recorder begins, after a crash or not: what it goes on behind is what there is.
-    // False (and `wrong` says why) when it cannot go on there.
-    bool begin(const sim::DiskWriter& writer, const CrashFiles& files, std::string& wrong);
+    // False (and `wrong` says why) when it cannot go on there. With `excused` what the one before
+    // did not acknowledge is nobody's promise: the disk was failing when it was written.
+    bool begin(const sim::DiskWriter& writer, const CrashFiles& files, std::string& wrong,
+               bool excused = false);
 
     // Reads everything and compares. Empty when all is well, else what is wrong. With `gaps` there
     // may be numbers that nobody has.
@@ -60,7 +62,10 @@ class FrameBook {
         uint32_t id;
         FrameSize size;
         int64_t time_us;
+        bool excused = false;  // it may be missing although it is below m_durable
     };
+    bool promised(const Entry& entry) const { return !entry.excused && entry.sequence < m_durable; }
+    static std::string compare_frame(const qm_dbframe& frame, const Entry& entry);
     const Entry* find(uint64_t sequence) const;
 
     uint64_t m_ring;
