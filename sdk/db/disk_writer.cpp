@@ -80,7 +80,7 @@ bool DiskWriter::go_on_in(const SegmentHeader& header) {
     m_seed = header.seed();
     m_next_sequence = header.first_sequence;
     m_latest_utc_us = header.latest_utc_us;
-    m_run = header.run + 1;
+    m_run = header.run + 2;
     m_file = m_segments->open_to_go_on(header.number);
     if (m_file < 0) return false;
 
@@ -102,7 +102,8 @@ bool DiskWriter::go_on_in(const SegmentHeader& header) {
     }
     m_next_sequence = found.next_sequence;
     m_latest_utc_us = found.latest_utc_us;
-    if (found.frames > 0) m_run = found.last.run + 1;
+    // The remains of an interrupted batch may hold a run of their own.
+    if (found.frames > 0) m_run = found.last.run + (m_has_directory ? 1 : 2);
     if (error != 0) {
         leave_segment();
         return false;
