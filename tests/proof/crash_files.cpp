@@ -187,7 +187,7 @@ CrashFiles CrashFiles::after_kill(const FileChange& change, size_t done) const {
         if (it == folder.now.end()) continue;
         File& file = after.m_files[it->second];
         const Change part = {std::make_shared<const Bytes>(change.data, change.data + done),
-                             change.offset};
+                             change.offset, false};
         auto bytes = std::make_shared<Bytes>(*file.now);
         apply(part, *bytes);
         file.now = bytes;

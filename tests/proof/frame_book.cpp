@@ -103,14 +103,20 @@ bool FrameBook::commit(sim::DiskWriter& writer) { return writer.commit(m_now_us)
 
 bool FrameBook::finish(sim::DiskWriter& writer) { return writer.finish(m_now_us); }
 
-void FrameBook::acknowledge(const sim::DiskWriter& writer, const CrashFiles& files) {
+void FrameBook::acknowledge(const sim::DiskWriter& writer, const CrashFiles* files) {
     if (writer.durable_sequence() <= m_durable) return;
     m_durable = writer.durable_sequence();
+    if (!files) return;
     m_segments.merge(
-        segments_with_records(files, m_segments.empty() ? 0 : m_segments.rbegin()->first));
+        segments_with_records(*files, m_segments.empty() ? 0 : m_segments.rbegin()->first));
 }
 
-bool FrameBook::begin(const sim::DiskWriter& writer, const CrashFiles& files, std::string& wrong,
+void FrameBook::cut_to(uint64_t durable) {
+    m_durable = durable;
+    std::erase_if(m_segments, [&](const auto& it) { return it.second >= durable; });
+}
+
+bool FrameBook::begin(const sim::DiskWriter& writer, const CrashFiles* files, std::string& wrong,
                       bool excused) {
     const uint64_t next = writer.next_sequence();
     const auto last = std::find_if(m_entries.rbegin(), m_entries.rend(),
@@ -153,7 +159,7 @@ std::string FrameBook::compare_frame(const qm_dbframe& frame, const Entry& entry
     return "";
 }
 
-std::string FrameBook::compare(sim::FileSystem& files, bool gaps) const {
+std::string FrameBook::compare(sim::FileSystem& files, bool gaps, const std::string& path) const {
     const uint64_t from = kept_from();
     // The next one that must be there.
     auto wanted = m_entries.begin();
@@ -164,7 +170,7 @@ std::string FrameBook::compare(sim::FileSystem& files, bool gaps) const {
     };
     pass();
     std::string why;
-    const auto reader = sim::DiskReader::open(files, BOOK_PATH, why);
+    const auto reader = sim::DiskReader::open(files, path, why);
     if (!reader) return wanted == m_entries.end() ? "" : "no reader: " + why;
     static thread_local qm_dbframe frame;
     uint64_t last = UINT64_MAX;

@@ -29,17 +29,21 @@ class FrameBook {
     sim::DiskWriter::Outcome append(sim::DiskWriter& writer, FrameSize size);
     bool commit(sim::DiskWriter& writer);
     bool finish(sim::DiskWriter& writer);
-    // After each of these: what the recorder says is durable is durable.
-    void acknowledge(const sim::DiskWriter& writer, const CrashFiles& files);
+    // After each of these: what the recorder says is durable is durable. `files` may be null: then
+    // the segments are not known, and cut_to() must tell from another book of the same recording.
+    void acknowledge(const sim::DiskWriter& writer, const CrashFiles* files);
+    // Only frames before `durable` are.
+    void cut_to(uint64_t durable);
     // A recorder begins, after a crash or not: what it goes on behind is what there is.
     // False (and `wrong` says why) when it cannot go on there. With `excused` what the one before
     // did not acknowledge is nobody's promise: the disk was failing when it was written.
-    bool begin(const sim::DiskWriter& writer, const CrashFiles& files, std::string& wrong,
+    bool begin(const sim::DiskWriter& writer, const CrashFiles* files, std::string& wrong,
                bool excused = false);
 
     // Reads everything and compares. Empty when all is well, else what is wrong. With `gaps` there
     // may be numbers that nobody has.
-    std::string compare(sim::FileSystem& files, bool gaps = false) const;
+    std::string compare(sim::FileSystem& files, bool gaps = false,
+                        const std::string& path = BOOK_PATH) const;
 
     void pass_time(int64_t us) { m_now_us += us; }
     int64_t now_us() const { return m_now_us; }

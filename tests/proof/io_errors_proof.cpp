@@ -95,7 +95,7 @@ class FaultyRecording {
         if (!m_writer) return;
         append();
         expect(m_book.commit(*m_writer), "healed, and it does not go on");
-        m_book.acknowledge(*m_writer, m_disk);
+        m_book.acknowledge(*m_writer, &m_disk);
         expect(!m_writer->failing(), "healed, and it still says that it fails");
     }
 
@@ -111,7 +111,7 @@ class FaultyRecording {
         expect(m_writer || m_case.mode == Mode::for_good, "it does not open when it could");
         if (!m_writer) return false;
         std::string wrong;
-        m_book.begin(*m_writer, m_disk, wrong, m_files.struck() > 0);
+        m_book.begin(*m_writer, &m_disk, wrong, m_files.struck() > 0);
         expect(wrong, "opened");
         m_began = m_writer->next_sequence();
         m_stored = m_book.counts().stored;
@@ -122,13 +122,13 @@ class FaultyRecording {
         using Outcome = sim::DiskWriter::Outcome;
         const bool big = m_steps % 4 != 0;
         const Outcome outcome = m_book.append(*m_writer, big ? FrameSize::large : FrameSize::small);
-        m_book.acknowledge(*m_writer, m_disk);
+        m_book.acknowledge(*m_writer, &m_disk);
         expect(outcome != Outcome::refused, "a frame that fits was refused");
         if (outcome == Outcome::busy) failing("a frame was not taken");
     }
     void commit() {
         const bool done = m_book.commit(*m_writer);
-        m_book.acknowledge(*m_writer, m_disk);
+        m_book.acknowledge(*m_writer, &m_disk);
         if (!done) failing("not committed");
         if (done)
             expect(m_writer->durable_sequence() == m_writer->next_sequence(),
@@ -149,7 +149,7 @@ class FaultyRecording {
             if (i % 9 == 4) m_book.pass_time(STEP_US), m_writer->commit_if_due(m_book.now_us());
         }
         const bool finished = m_book.finish(*m_writer);
-        if (finished) m_book.acknowledge(*m_writer, m_disk);
+        if (finished) m_book.acknowledge(*m_writer, &m_disk);
         const uint64_t durable = m_writer->durable_sequence() - m_began;
         expect(finished || m_files.struck() > 0, "not finished, and nothing failed");
         expect(finished || m_case.mode != Mode::once, "not finished after one failure");
@@ -180,13 +180,13 @@ class FaultyRecording {
         const auto writer = sim::DiskWriter::open(files, BOOK_PATH, m_options, why);
         expect(why, "afterwards it cannot be opened");
         if (!writer) return;
-        book.begin(*writer, files, why, m_files.struck() > 0);
+        book.begin(*writer, &files, why, m_files.struck() > 0);
         expect(why, "afterwards");
         for (int i = 0; i < 12; ++i)
             expect(book.append(*writer, FrameSize::large) == sim::DiskWriter::Outcome::stored,
                    "afterwards a frame is not taken");
         expect(book.finish(*writer), "afterwards it cannot be finished");
-        book.acknowledge(*writer, files);
+        book.acknowledge(*writer, &files);
         expect(book.compare(files, true), "recorded on afterwards");
         verify(files);
     }

@@ -15,26 +15,32 @@ const char* step_name(Step step) {
     return "?";
 }
 
+void RecordingSession::acknowledge() {
+    m_book.acknowledge(*m_writer, m_in_memory);
+    if (on_durable) on_durable(m_book.durable());
+}
+
 std::string RecordingSession::begin() {
     if (m_writer) return "";
     std::string why;
-    m_writer = sim::DiskWriter::open(m_files, BOOK_PATH, m_options, why);
+    m_writer = sim::DiskWriter::open(m_files, m_path, m_options, why);
     if (!m_writer) return "a recorder cannot open it: " + why;
     std::string wrong;
-    m_book.begin(*m_writer, m_files, wrong);
+    m_book.begin(*m_writer, m_in_memory, wrong);
+    acknowledge();
     return wrong;
 }
 
 std::string RecordingSession::append(FrameSize size) {
     const auto outcome = m_book.append(*m_writer, size);
-    m_book.acknowledge(*m_writer, m_files);
+    acknowledge();
     if (outcome == sim::DiskWriter::Outcome::stored) return "";
     return "a frame was not taken: " + m_writer->trouble();
 }
 
 std::string RecordingSession::end() {
     const bool finished = m_book.finish(*m_writer);
-    m_book.acknowledge(*m_writer, m_files);
+    acknowledge();
     const std::string trouble = m_writer->trouble();
     const uint64_t missing = m_writer->next_sequence() - m_writer->durable_sequence();
     m_writer.reset();
@@ -53,7 +59,7 @@ std::string RecordingSession::run(Step step) {
         case Step::huge: return append(FrameSize::huge);
         case Step::commit:
             if (!m_book.commit(*m_writer)) return "not committed: " + m_writer->trouble();
-            m_book.acknowledge(*m_writer, m_files);
+            acknowledge();
             return m_writer->durable_sequence() == m_writer->next_sequence()
                        ? ""
                        : "committed, and not all is durable";

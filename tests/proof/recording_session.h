@@ -1,4 +1,4 @@
-// A recorder at work on files in memory, step by step, with its books. Which steps, and what
+// A recorder at work, step by step, with its books. Which steps, and what
 // happens to the files meanwhile, stands in the proofs.
 #ifndef TESTS_PROOF_RECORDING_SESSION_H
 #define TESTS_PROOF_RECORDING_SESSION_H
@@ -31,15 +31,24 @@ const char* step_name(Step step);
 class RecordingSession {
   public:
     RecordingSession(CrashFiles& files, FrameBook& book, const sim::WriterOptions& options)
-        : m_files(files), m_book(book), m_options(options) {}
-    ~RecordingSession() { m_files.on_change = nullptr; }
+        : m_files(files), m_in_memory(&files), m_book(book), m_options(options) {}
+    // On other files, whose segments the books do not see.
+    RecordingSession(sim::FileSystem& files, const std::string& path, FrameBook& book,
+                     const sim::WriterOptions& options)
+        : m_files(files), m_path(path), m_book(book), m_options(options) {}
+    ~RecordingSession() {
+        if (m_in_memory) m_in_memory->on_change = nullptr;
+    }
     RecordingSession(const RecordingSession&) = delete;
     RecordingSession& operator=(const RecordingSession&) = delete;
 
-    // Called before every change of the files.
+    // Called before every change of files in memory.
     void watch(std::function<void(const FileChange&)> watcher) {
-        m_files.on_change = std::move(watcher);
+        m_in_memory->on_change = std::move(watcher);
     }
+    // Called when the recorder has said what is durable.
+    std::function<void(uint64_t durable)> on_durable;
+
     // Empty when all went well.
     std::string run(Step step);
     // Begins to record, when nothing is recorded.
@@ -48,8 +57,11 @@ class RecordingSession {
   private:
     std::string append(FrameSize size);
     std::string end();
+    void acknowledge();
 
-    CrashFiles& m_files;
+    sim::FileSystem& m_files;
+    CrashFiles* const m_in_memory = nullptr;
+    const std::string m_path = BOOK_PATH;
     FrameBook& m_book;
     const sim::WriterOptions m_options;
     std::unique_ptr<sim::DiskWriter> m_writer;
