@@ -234,10 +234,9 @@ enum class FindingKind {
     unbegun,          // note: a segment that nothing was written into yet
     ini_missing,
     ini_damaged,
-    ini_foreign,     // it is of another database
-    ini_size,        // amount: the size of segments it tells; end: that of the newest
-    strange_name,    // text: the name
-    too_many_names,  // amount: further such names
+    ini_foreign,   // it is of another database
+    ini_size,      // amount: the size of segments it tells; end: that of the newest
+    strange_name,  // text: the name
 };
 
 struct Finding {

@@ -106,7 +106,7 @@ bool last_batch_whole(FileWindow& window, uint32_t seed, const std::vector<Direc
 
 }  // namespace
 
-bool load_directory(FileSystem& files, int file, const SegmentHeader& header, bool newest,
+bool load_directory(FileSystem& files, int file, const SegmentHeader& header,
                     std::vector<DirectoryEntry>& entries, ScanResult& known) {
     entries.clear();
     const int64_t file_bytes = files.size(file);
@@ -122,7 +122,7 @@ bool load_directory(FileSystem& files, int file, const SegmentHeader& header, bo
         known.finished = true;
         if (read_entries(window, directory, entries, known) &&
             read_last(window, header.seed(), entries, known) &&
-            (!newest || last_batch_whole(window, header.seed(), entries, directory)))
+            last_batch_whole(window, header.seed(), entries, directory))
             return true;
     }
     entries.clear();

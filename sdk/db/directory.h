@@ -10,9 +10,9 @@
 namespace sim {
 
 // Reads the directory at the end of the file. False when there is none that can be trusted: then a
-// scan tells. `known` is what the scan would have found. In the newest segment the batch with the
-// directory may have been interrupted: there `newest` verifies the records of that batch as well.
-bool load_directory(FileSystem& files, int file, const SegmentHeader& header, bool newest,
+// scan tells. `known` is what the scan would have found. A write that was interrupted may have left
+// a whole directory: the records of its own batch are verified with it.
+bool load_directory(FileSystem& files, int file, const SegmentHeader& header,
                     std::vector<DirectoryEntry>& entries, ScanResult& known);
 
 }  // namespace sim

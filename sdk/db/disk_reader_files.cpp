@@ -285,8 +285,7 @@ DiskReader::Loaded* DiskReader::load(size_t place) {
 void DiskReader::load_index(Loaded& loaded, bool newest) {
     ScanResult known;
     std::vector<DirectoryEntry> frames;
-    const bool has_directory =
-        load_directory(m_files, loaded.file, loaded.header, newest, frames, known);
+    const bool has_directory = load_directory(m_files, loaded.file, loaded.header, frames, known);
     loaded.index.begin(loaded.header);
     loaded.index.reserve(frames.size());
     for (size_t i = 0; i < frames.size(); ++i)

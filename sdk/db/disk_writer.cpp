@@ -86,7 +86,7 @@ bool DiskWriter::go_on_in(const SegmentHeader& header) {
 
     ScanResult found;
     int error = 0;
-    m_has_directory = load_directory(m_files, m_file, header, true, m_entries, found);
+    m_has_directory = load_directory(m_files, m_file, header, m_entries, found);
     if (!m_has_directory) {
         SegmentScan scan(
             m_files, m_file, header,

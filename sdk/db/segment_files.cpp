@@ -15,9 +15,6 @@ namespace sim {
 
 namespace {
 
-// Segments that one new segment may cost when the disk is full.
-constexpr int MAX_REMOVED = 2;
-
 // Closes a file unless it is handed on.
 class Opened {
   public:
@@ -221,20 +218,28 @@ int SegmentFiles::make(uint64_t number, uint64_t bytes, uint64_t ring) {
     int result = remove_leftovers();
     while (result >= 0 && m_numbers.size() > ring) result = remove_oldest();
     if (result < 0) return result;
-    const bool gives_way =
-        m_blanks > 0 || m_numbers.size() >= ring || (!m_numbers.empty() && short_of_room(bytes));
-    result = gives_way ? recycle(number, bytes) : create(name, bytes);
-    // Room went short meanwhile, or a quota is: more of the oldest make room, not all at once.
-    for (int removed = 0; removed < MAX_REMOVED && no_room(result) && !m_numbers.empty() &&
-                          (result == -EDQUOT || short_of_room(bytes));
-         ++removed) {
-        result = remove_oldest();
-        if (result == 0) result = create(name, bytes);
-    }
+    const bool full = m_blanks > 0 || m_numbers.size() >= ring;
+    const bool short_of = !m_numbers.empty() && m_given_bytes < 2 * bytes && short_of_room(bytes);
+    result = full || short_of ? recycle(number, bytes) : create(name, bytes);
+    if (no_room(result)) result = make_room(result, number, bytes);
     if (result < 0) return result;
+    m_given_bytes = 0;
     m_files.lock(result);
     m_numbers.push_back(number);
     m_next = number + 1;
+    return result;
+}
+
+// Room went short meanwhile, or a quota is. The oldest segment's file needs no more of it; one that
+// was cut does, and goes. When enough went for two segments and there is still no room, no more
+// goes before something could be made: what is recorded is not given up for nothing.
+int SegmentFiles::make_room(int result, uint64_t number, uint64_t bytes) {
+    while (no_room(result) && m_numbers.size() > 1 && m_given_bytes < 2 * bytes &&
+           (result == -EDQUOT || short_of_room(bytes))) {
+        result = recycle(number, bytes);
+        const int removed = no_room(result) ? remove_oldest() : 0;
+        if (removed < 0) return removed;
+    }
     return result;
 }
 
@@ -287,7 +292,9 @@ int SegmentFiles::take_over(int file, uint64_t old_number, uint64_t number, uint
     if (result < 0) return result;
     drop_first();
     result = m_files.sync_folder(m_folder);
-    if (result < 0 && m_files.remove(m_folder, name) < 0) m_leftovers.push_back(number);
+    if (result == 0) return 0;
+    m_given_bytes += bytes;
+    if (m_files.remove(m_folder, name) < 0) m_leftovers.push_back(number);
     return result;
 }
 
@@ -298,16 +305,20 @@ void SegmentFiles::drop_first() {
 
 int SegmentFiles::remove_oldest() {
     const uint64_t oldest = m_numbers.front();
+    int64_t size = 0;
     {
         const Opened file(m_files, open_existing(oldest));
         if (file.get() < 0 || is_foreign(file.get(), oldest)) {
             drop_first();
             return 0;
         }
+        size = m_files.size(file.get());
     }
     const int result = m_files.remove(m_folder, segment_name(m_name, oldest));
-    if (result == 0) drop_first();
-    return result;
+    if (result < 0) return result;
+    drop_first();
+    m_given_bytes += size > 0 ? static_cast<uint64_t>(size) : 0;
+    return 0;
 }
 
 int SegmentFiles::remove_leftovers() {

@@ -66,6 +66,7 @@ class SegmentFiles {
     SegmentFiles(FileSystem& files, const std::string& name) : m_files(files), m_name(name) {}
 
     int open_existing(uint64_t number);
+    int make_room(int result, uint64_t number, uint64_t bytes);
     int create(const std::string& name, uint64_t bytes);
     int recycle(uint64_t number, uint64_t bytes);
     int take_over(int file, uint64_t old_number, uint64_t number, uint64_t bytes);
@@ -88,6 +89,7 @@ class SegmentFiles {
     std::string m_ini;                  // what the .ini file says
     std::vector<uint64_t> m_numbers;    // of the segments there are, the next to give way first
     size_t m_blanks = 0;                // files at their front that are no segments
+    uint64_t m_given_bytes = 0;         // of segments given up since one could be made
     std::vector<uint64_t> m_leftovers;  // of files that could not be removed
     uint64_t m_next = 1;
     uint32_t m_old_seed = 0;
