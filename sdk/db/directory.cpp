@@ -89,7 +89,8 @@ bool last_batch_whole(FileWindow& window, uint32_t seed, const std::vector<Direc
     RecordHeader record;
     size_t next = entries.size();
     while (next > 0 && offset == SEGMENT_START) {
-        const uint8_t* bytes = window.at(offset_of(entries[--next]), RECORD_BYTES);
+        if (offset_of(entries[--next]) % BLOCK_BYTES != 0) continue;  // begins no batch
+        const uint8_t* bytes = window.at(offset_of(entries[next]), RECORD_BYTES);
         if (!bytes || !read_record_header(bytes, seed, record)) return false;
         if (record.first_of_batch()) offset = offset_of(entries[next]);
     }

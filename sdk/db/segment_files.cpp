@@ -216,8 +216,10 @@ int SegmentFiles::make(uint64_t number, uint64_t bytes, uint64_t ring) {
     const std::string name = segment_name(m_name, number);
     m_old_seed = 0;
     int result = remove_leftovers();
+    const uint64_t given_bytes = m_given_bytes;
     while (result >= 0 && m_numbers.size() > ring) result = remove_oldest();
     if (result < 0) return result;
+    m_given_bytes = given_bytes;  // those went for a shorter ring
     const bool full = m_blanks > 0 || m_numbers.size() >= ring;
     const bool short_of = !m_numbers.empty() && m_given_bytes < 2 * bytes && short_of_room(bytes);
     result = full || short_of ? recycle(number, bytes) : create(name, bytes);

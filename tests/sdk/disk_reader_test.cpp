@@ -132,7 +132,7 @@ TEST_F(DiskReader, DirectoryIsReadInsteadOfTheRecords) {
     files.bytes = 0;
     FrameInfo info;
     EXPECT_TRUE(reader->info(7, info));
-    EXPECT_LT(files.bytes, 100'000u);
+    EXPECT_LT(files.bytes, 200'000u);  // the directory and the batch it stands in
 }
 
 TEST_F(DiskReader, ADirectoryThatIsNotRightIsNotBelieved) {
