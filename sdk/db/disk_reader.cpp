@@ -122,14 +122,25 @@ uint64_t DiskReader::limit(size_t place) {
     return above == NONE ? UINT64_MAX : m_segments[above].first_sequence;
 }
 
-uint64_t DiskReader::first() {
+bool DiskReader::first_known(uint64_t& first) {
     for (size_t place = good_above(0); place != NONE; place = good_above(place + 1)) {
         Segment& segment = m_segments[place];
-        if (segment.loaded ? still_there(*segment.loaded) : examine(segment))
-            return std::min(segment.first_sequence, m_end);
+        if (segment.loaded ? still_there(*segment.loaded) : examine(segment)) {
+            first = std::min(segment.first_sequence, m_end);
+            return true;
+        }
         pass_over(place);
     }
-    return m_end;
+    return false;
+}
+
+uint64_t DiskReader::first() {
+    uint64_t first = 0;
+    if (first_known(first)) return first;
+    // The ring has turned since the last look.
+    m_list_due_us = 0;
+    refresh();
+    return first_known(first) ? first : m_end;
 }
 
 uint64_t DiskReader::end() {

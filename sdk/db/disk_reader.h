@@ -119,6 +119,7 @@ class DiskReader {
     const uint8_t* header_at(Loaded& loaded, size_t entry, size_t wanted, RecordHeader& header,
                              size_t& got);
     bool read_entry(Loaded& loaded, size_t entry, qm_dbframe& out);
+    bool first_known(uint64_t& first);
     bool next_known(uint64_t n, uint64_t& found);
     bool at_time_known(int64_t time_us, uint64_t& found);
     bool key_after_known(uint64_t n, size_t lane, uint64_t& key);
