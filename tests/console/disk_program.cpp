@@ -3,6 +3,7 @@
 
 #include <csignal>
 #include <cstdio>
+#include <sstream>
 #include <thread>
 
 #include "tests/console/texts.h"
@@ -55,6 +56,15 @@ bool DiskProgram::expect_said(const std::string& text) const {
         std::this_thread::sleep_for(std::chrono::milliseconds(10));
     }
     return true;
+}
+
+std::string DiskProgram::said() const {
+    std::istringstream lines(m_folder.read(m_said));
+    std::string kept;
+    for (std::string line; std::getline(lines, line);)
+        if (!line.ends_with(" frames were dropped because the machine fell behind"))
+            kept += line + "\n";
+    return kept;
 }
 
 DiskProgram::Figures DiskProgram::next_table(const std::string& title) {

@@ -23,8 +23,9 @@ class DiskProgram {
     bool expect(const std::string& text);
     // Waits for `text` on standard error.
     bool expect_said(const std::string& text) const;
-    // All of standard error, so far.
-    std::string said() const { return m_folder.read(m_said); }
+    // All of standard error, so far, but for what a busy machine adds: frames that came too late to
+    // be encoded, counted nowhere.
+    std::string said() const;
 
     // The total of the main stream, when it has reached `least`.
     int recorded(int least);
