@@ -23,6 +23,13 @@ const uint8_t* random_table() {
 
 uint64_t hash(uint64_t value) { return ProofRandom(value).next(); }
 
+// Of a record that ends, when it begins on a block, at the end of a block or up to 56 bytes before:
+// where a pad just fits and where it does not, and where old records may follow.
+uint32_t ends_at_block(uint32_t some) {
+    const uint32_t before = some % 4 == 0 ? 8 * (some / 4 % 8) : 0;
+    return static_cast<uint32_t>(sim::BLOCK_BYTES - sim::RECORD_BYTES) - before;
+}
+
 sim::FrameInfo frame_info(uint32_t id, FrameSize size, int64_t time_us) {
     const uint64_t draw = hash(id);
     sim::FrameInfo info;
@@ -34,6 +41,7 @@ sim::FrameInfo frame_info(uint32_t id, FrameSize size, int64_t time_us) {
     const uint32_t some = static_cast<uint32_t>(draw >> 32);
     if (size == FrameSize::small) info.bytes = some % 301;
     if (size == FrameSize::large) info.bytes = 3000 + some % 4001;
+    if (size == FrameSize::large && some % 3 == 0) info.bytes = ends_at_block(some / 3);
     if (size == FrameSize::huge) info.bytes = 12'000 + some % 8001;
     return info;
 }

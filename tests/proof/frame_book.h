@@ -15,7 +15,8 @@ inline const std::string BOOK_INI = "qm.ini";
 inline const std::string BOOK_PATH = BOOK_FOLDER + "/" + BOOK_INI;
 
 // The frame that has this number among all that were ever handed to a recorder: everything about
-// it follows from the number. Three sizes: up to 300 bytes, up to 7000, up to 20000.
+// it follows from the number. Three sizes: up to 300 bytes; 3000 to 7000, a third of them so that
+// their record fills a block; 12000 to 20000.
 enum class FrameSize { small, large, huge };
 void make_frame(uint32_t id, FrameSize size, int64_t time_us, qm_dbframe& out);
 inline constexpr int64_t BOOK_UTC_STEP_US = 1'700'000'000'000'000;

@@ -61,8 +61,7 @@ class PowerLossProof {
             RecordingSession session(files, book, options);
             if (depth > 0)
                 session.watch([&](const FileChange& change) { nested.offer(files, change); });
-            const Step last = random.one_in(2) ? Step::finish : Step::commit;
-            for (const Step step : {Step::small, Step::large, Step::small, last})
+            for (const Step step : recovery_steps(random))
                 if (!expect(session.run(step), where, "after the crash, recording")) return;
             if (random.one_in(8) && !expect(session.run(Step::seal), where, "filling on")) return;
         }
@@ -77,6 +76,16 @@ class PowerLossProof {
         else
             check_state(moment.files.after_power_loss(chooser), moment.book, options, random,
                         depth - 1, where + ", power loss");
+    }
+
+    // Small and large frames, so that batches begin and end as those that were interrupted or not.
+    static std::vector<Step> recovery_steps(ProofRandom& random) {
+        static constexpr Step SOME[] = {Step::small, Step::large, Step::large, Step::commit};
+        std::vector<Step> steps = {random.one_in(2) ? Step::small : Step::large};
+        for (uint64_t more = random.below(4); more > 0; --more)
+            steps.push_back(SOME[random.below(4)]);
+        steps.push_back(random.one_in(2) ? Step::finish : Step::commit);
+        return steps;
     }
 
     // False, and told, when `wrong` says something.
