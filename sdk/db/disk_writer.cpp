@@ -55,7 +55,7 @@ std::unique_ptr<DiskWriter> DiskWriter::open(FileSystem& files, const std::strin
     const int loaded = writer->m_segments->load(newest);
     if (loaded < 0) {
         why = loaded == -EAGAIN ? "it is being recorded already"
-                                : std::string("cannot read the folder: ") + strerror(-loaded);
+                                : std::string("cannot be read: ") + strerror(-loaded);
         return nullptr;
     }
     writer->reserve(writer->m_options.batch_bytes);
@@ -67,7 +67,7 @@ std::unique_ptr<DiskWriter> DiskWriter::open(FileSystem& files, const std::strin
 // A file that cannot be read may hold frames with the next numbers: they are passed over.
 void DiskWriter::recover(const Newest& newest) {
     const uint64_t most_frames = MAX_SEGMENT_BYTES / RECORD_BYTES;
-    bool unreadable = newest.unreadable;
+    bool unreadable = newest.error < 0;
     if (newest.found && !go_on_in(newest.header)) unreadable = true;
     if (unreadable) m_next_sequence += most_frames;
     m_durable_latest_us = m_latest_utc_us;
@@ -330,7 +330,8 @@ size_t DiskWriter::compose(Ending& ending) {
     uint64_t end = round_up_to_block(records_end + directory);
     if (ending == Ending::fill) end = m_header.bytes;
     uint64_t gap = end - directory - records_end;
-    if (gap > 0 && gap < RECORD_BYTES) {
+    // A batch ends with a pad or a directory, so that what stands behind it cannot seem to be its.
+    if (gap < RECORD_BYTES && (gap > 0 || ending == Ending::pad)) {
         end += BLOCK_BYTES;
         gap += BLOCK_BYTES;
     }
@@ -354,6 +355,7 @@ bool DiskWriter::finish(int64_t now_us) {
                              ? true
                              : write_out(open_ended ? Ending::cut : Ending::pad, now_us);
     m_lost += m_waiting;
+    m_next_sequence -= m_waiting;
     m_waiting = 0;
     m_filled = 0;
     m_due_us = INT64_MAX;

@@ -40,6 +40,17 @@ struct alignas(BLOCK_BYTES) Block {
     uint8_t bytes[BLOCK_BYTES];
 };
 
+// There is no such file, or something else has its name.
+bool no_file(int result) {
+    return result == -ENOENT || result == -ELOOP || result == -EISDIR || result == -EINVAL ||
+           result == -ENXIO;
+}
+
+// The process lacks something that it may have again.
+bool may_pass(int result) {
+    return result == -EMFILE || result == -ENFILE || result == -ENOMEM || result == -EINTR;
+}
+
 }  // namespace
 
 // Never fails for so few bytes; where the kernel has no such call, time has to do.
@@ -92,11 +103,11 @@ SegmentFiles::~SegmentFiles() {
 int SegmentFiles::read_ini() {
     m_has_ini = false;
     const Opened file(m_files, m_files.open(m_folder, m_name, FileSystem::Access::read));
-    if (file.get() < 0) return 0;
+    if (file.get() < 0) return no_file(file.get()) ? 0 : file.get();
     if (m_files.locked(file.get()) == 1) return -EAGAIN;
     char text[MAX_INI_BYTES];
     const int64_t size = m_files.read(file.get(), text, sizeof text, 0);
-    if (size < 0) return 0;
+    if (size < 0) return static_cast<int>(size);
     m_ini.assign(text, static_cast<size_t>(size));
     DatabaseIni ini;
     m_has_ini = parse_ini(m_ini, ini);
@@ -112,13 +123,17 @@ int SegmentFiles::load(Newest& newest) {
         if (const uint64_t number = segment_number(m_name, name)) m_numbers.push_back(number);
     std::sort(m_numbers.begin(), m_numbers.end());
     m_next = m_numbers.empty() ? 1 : m_numbers.back() + 1;
-    if (read_ini() == -EAGAIN) return -EAGAIN;
+    const int ini = read_ini();
+    if (ini == -EAGAIN) return ini;
     size_t place = m_numbers.size();
     const int found = find_newest(newest, place);
     if (found < 0) return found;
     if (newest.found && m_has_ini && newest.header.database != m_identity)
         decide_identity(newest, place);
-    if (!newest.found) place = m_numbers.size();
+    // Another identity would hide what is recorded, if it can be read later.
+    if (!newest.found && !m_has_ini && (ini < 0 || newest.error < 0))
+        return ini < 0 ? ini : newest.error;
+    if (!newest.found || newest.error < 0) place = m_numbers.size();
     if (newest.found)
         m_identity = newest.header.database;
     else if (!m_has_ini)
@@ -137,10 +152,13 @@ int SegmentFiles::find_newest(Newest& newest, size_t& place) {
         const uint64_t number = m_numbers[place - 1];
         const Opened file(m_files, open_existing(number));
         uint8_t first;
-        const bool readable = file.get() >= 0 && m_files.read(file.get(), &first, 1, 0) >= 0;
+        int64_t result = file.get();
+        if (result >= 0) result = m_files.read(file.get(), &first, 1, 0);
+        const bool readable = result >= 0;
         // The lock file was removed under a recorder: the lock on its segment is still there.
         if (readable && m_files.locked(file.get()) == 1) return -EAGAIN;
-        newest.unreadable = newest.unreadable || !readable;
+        if (!readable && !no_file(static_cast<int>(result)))
+            newest.error = static_cast<int>(result);
         if (!readable || !load_segment_header(m_files, file.get(), number, newest.header)) continue;
         newest.found = true;
         break;
@@ -238,8 +256,10 @@ int SegmentFiles::make(uint64_t number, uint64_t bytes, uint64_t ring) {
 int SegmentFiles::make_room(int result, uint64_t number, uint64_t bytes) {
     while (no_room(result) && m_numbers.size() > 1 && m_given_bytes < 2 * bytes &&
            (result == -EDQUOT || short_of_room(bytes))) {
+        const uint64_t given_bytes = m_given_bytes;
         result = recycle(number, bytes);
-        const int removed = no_room(result) ? remove_oldest() : 0;
+        const bool kept = no_room(result) && m_given_bytes == given_bytes;
+        const int removed = kept ? remove_oldest() : 0;
         if (removed < 0) return removed;
     }
     return result;
@@ -264,15 +284,13 @@ bool SegmentFiles::is_foreign(int file, uint64_t number) {
     return !(header.database == m_identity);
 }
 
-// The oldest segment's file becomes that of the new one. A foreign file, and what is no file, is
-// not part of the ring.
+// The oldest segment's file becomes that of the new one. A foreign file, and what cannot be opened,
+// is not part of the ring.
 int SegmentFiles::recycle(uint64_t number, uint64_t bytes) {
     while (!m_numbers.empty()) {
         const uint64_t oldest = m_numbers.front();
         Opened file(m_files, open_existing(oldest));
-        const bool not_ours = file.get() == -ENOENT || file.get() == -ELOOP ||
-                              file.get() == -EISDIR || file.get() == -EINVAL ||
-                              file.get() == -ENXIO;
+        const bool not_ours = file.get() < 0 && !may_pass(file.get());
         if (file.get() < 0 && !not_ours) return file.get();
         if (!not_ours && !is_foreign(file.get(), oldest)) {
             const int result = take_over(file.get(), oldest, number, bytes);

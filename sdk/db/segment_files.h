@@ -25,7 +25,7 @@ void split_path(const std::string& path, std::string& folder, std::string& name)
 struct Newest {
     bool found = false;
     SegmentHeader header;
-    bool unreadable = false;  // a newer file could not be read: it may hold anything
+    int error = 0;  // of a newer file that could not be read: it may hold anything
 };
 
 // One thread at a time. Results are 0 or more, or -errno.

@@ -91,11 +91,16 @@ SegmentScan::SegmentScan(FileSystem& files, int file, const SegmentHeader& heade
     m_result.latest_utc_us = header.latest_utc_us;
 }
 
-// Within a batch sequence numbers go up by one. The remains of an interrupted write behind the end
-// of a later recording can be whole, but are of a run that has ended and begin no batch.
+// Within a batch sequence numbers go up by one, and a pad or a directory ends it. The remains of an
+// interrupted write behind the end of a later recording can be whole, but they stand behind such an
+// end and begin no batch.
 bool SegmentScan::in_order(const RecordHeader& header, uint64_t offset) const {
     if (header.is_frame() && m_result.frames > 0 && header.run < m_result.last.run) return false;
-    if (!header.first_of_batch()) return header.sequence == m_result.next_sequence;
+    if (!header.first_of_batch()) {
+        const bool ended =
+            m_result.finished || (m_result.padded && header.kind != RECORD_DIRECTORY);
+        return !ended && header.sequence == m_result.next_sequence;
+    }
     return offset % BLOCK_BYTES == 0 && header.sequence >= m_result.next_sequence;
 }
 
@@ -119,6 +124,7 @@ void SegmentScan::take(const RecordHeader& header, uint64_t offset) {
     m_result.end = offset + header.total_bytes();
     m_result.next_sequence = header.sequence + (header.is_frame() ? 1 : 0);
     m_result.finished = header.kind == RECORD_DIRECTORY;
+    m_result.padded = header.kind == RECORD_PAD;
     if (header.is_frame()) {
         ++m_result.frames;
         m_result.last = header;

@@ -56,6 +56,7 @@ struct ScanResult {
     uint32_t frames = 0;
     bool damaged = false;               // something that was durable is missing
     bool finished = false;              // the last record is a directory
+    bool padded = false;                // ... or a pad
     RecordHeader last;                  // the last frame, when there is one
     int64_t latest_utc_us = INT64_MIN;  // in all records up to the end, also of segments before
 };
