@@ -40,7 +40,6 @@ const char* key_of(sim::FindingKind kind) {
         case Kind::ini_foreign: return "ini_foreign";
         case Kind::ini_size: return "ini_size";
         case Kind::strange_name: return "strange_name";
-        case Kind::too_many_names: return "too_many_names";
     }
     return "";
 }
@@ -98,8 +97,6 @@ std::string text_of(const sim::Finding& finding) {
             return "tells segments of " + std::to_string(finding.amount) +
                    " bytes; the newest has " + std::to_string(finding.end);
         case Kind::strange_name: return "looks like a segment's name and is none";
-        case Kind::too_many_names:
-            return "and " + std::to_string(finding.amount) + " further such names";
     }
     return "";
 }
