@@ -56,7 +56,7 @@ class EveryOperation {
             "in memory: %llu recordings, killed at %llu points, %llu of them within a "
             "write; recoveries killed at %llu points",
             counted(sessions), counted(m_points), counted(m_within), counted(m_in_recovery));
-        m_proof.check(only != 0 || m_points >= 1000, "less than 1000 points");
+        m_proof.check(only != 0 || m_points >= 1000 / PROOF_SHARE, "less than 1000 points");
     }
 
   private:
@@ -111,6 +111,7 @@ class EveryOperation {
             if (!expect(session.run(step), where, "after the kill, recording")) return;
         if (!expect(book.compare(files), where, "after the recovery")) return;
         if (!files.offences().empty()) expect(files.offences()[0], where, "recovering");
+        if (random.one_in(4)) expect(findings(files, Tolerated::crash), where, "checked");
     }
 
     bool expect(const std::string& wrong, const std::string& where, const char* when) {
@@ -251,6 +252,7 @@ class RealOperations {
         for (const Step step : {Step::small, Step::large, Step::finish})
             expect(session.run(step), operation, "after the kill, recording");
         expect(book.compare(files, false, path), operation, "after the recovery");
+        expect(findings(files, Tolerated::crash, path), operation, "checked");
     }
     void expect(const std::string& wrong, uint64_t operation, const char* when) {
         m_proof.check(wrong.empty(), "%s at operation %llu: %s", when, counted(operation),

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cstring>
 
+#include "sdk/db/check.h"
 #include "sdk/db/crc32c.h"
 #include "sdk/db/disk_reader.h"
 
@@ -88,6 +89,28 @@ std::map<uint64_t, uint64_t> segments_with_records(const CrashFiles& files, uint
         const uint64_t first = first_frame(*files.content(BOOK_FOLDER, name), number);
         if (first != UINT64_MAX) found[number] = first;
     }
+    return found;
+}
+
+static bool tolerates(Tolerated tolerated, sim::FindingKind kind) {
+    using sim::FindingKind;
+    if (tolerated == Tolerated::missing) return kind == FindingKind::missing_records;
+    return tolerated == Tolerated::crash &&
+           (kind == FindingKind::header_copy || kind == FindingKind::header_time ||
+            kind == FindingKind::no_header || kind == FindingKind::directory);
+}
+
+std::string findings(sim::FileSystem& files, Tolerated tolerated, const std::string& path) {
+    std::string why;
+    const auto view = sim::DatabaseView::open(files, path, why);
+    if (!view) return "it cannot be checked: " + why;
+    std::string found;
+    const auto note = [&](const sim::Finding& it) {
+        if (it.note || tolerates(tolerated, it.kind)) return;
+        found += number_text("finding of kind ", static_cast<uint64_t>(it.kind), " in segment ") +
+                 std::to_string(it.segment) + number_text(" at ", it.offset, "; ");
+    };
+    sim::verify(*view, false, note, {});
     return found;
 }
 

@@ -83,6 +83,15 @@ class FrameBook {
     Counts m_counts;
 };
 
+// What the complete check of the database finds, without its notes: empty when all is well.
+enum class Tolerated {
+    nothing,
+    missing,  // numbers that nobody has
+    crash,    // headers and directories as an interrupted first or last batch leaves them
+};
+std::string findings(sim::FileSystem& files, Tolerated tolerated,
+                     const std::string& path = BOOK_PATH);
+
 // The segments in the folder that hold at least one whole record under a header of their own, and
 // their first frames. `above`: only those with higher numbers.
 std::map<uint64_t, uint64_t> segments_with_records(const CrashFiles& files, uint64_t above = 0);

@@ -3,7 +3,6 @@
 // power_loss_proof, full disks in full_disk_proof.
 #include <chrono>
 
-#include "sdk/db/check.h"
 #include "tests/proof/crash_files.h"
 #include "tests/proof/faulty_files.h"
 #include "tests/proof/frame_book.h"
@@ -188,23 +187,8 @@ class FaultyRecording {
         expect(book.finish(*writer), "afterwards it cannot be finished");
         book.acknowledge(*writer, &files);
         expect(book.compare(files, true), "recorded on afterwards");
-        verify(files);
-    }
-
-    void verify(CrashFiles& files) {
-        std::string why;
-        const auto view = sim::DatabaseView::open(files, BOOK_PATH, why);
-        expect(why, "verified");
-        if (!view) return;
-        std::string found;
-        const auto finding = [&](const sim::Finding& it) {
-            // Numbers that were passed over behind a file that could not be read.
-            if (it.note || it.kind == sim::FindingKind::missing_records) return;
-            found += "finding " + std::to_string(static_cast<int>(it.kind)) + " in segment " +
-                     std::to_string(it.segment) + " at " + std::to_string(it.offset) + "; ";
-        };
-        sim::verify(*view, false, finding, {});
-        expect(found, "verified");
+        // Numbers may have been passed over behind a file that could not be read.
+        expect(findings(files, Tolerated::missing), "checked");
     }
 
     Proof& m_proof;
@@ -279,7 +263,7 @@ class IoErrorsProof {
     void one(const Case& what) {
         ++m_recordings;
         const uint64_t only = m_proof.number("recording");
-        if (only != 0 && only != m_recordings) return;
+        if (only != 0 ? only != m_recordings : m_recordings % PROOF_SHARE != 0) return;
         m_proof.at(m_proof.seed(), m_recordings);
         FaultyRecording recording(m_proof, what);
         recording.run();

@@ -67,6 +67,8 @@ class PowerLossProof {
         }
         if (!expect(book.compare(files), where, "after the recovery")) return;
         if (!files.offences().empty() && !expect(files.offences()[0], where, "recovering")) return;
+        if (random.one_in(8) && !expect(findings(files, Tolerated::crash), where, "checked"))
+            return;
         if (!nested.moment()) return;
         ++m_nested;
         Moment& moment = *nested.moment();
@@ -130,7 +132,7 @@ class Exhaustive {
         for (const Start& start : STARTS)
             for (size_t length = 0; length <= 3; ++length)
                 for (size_t code = 0; code < workloads(length); ++code)
-                    if (++workload, only == 0 || only == workload) {
+                    if (++workload, only ? only == workload : workload % PROOF_SHARE == 0) {
                         m_proof.at(m_proof.seed(), workload);
                         run(start, steps_of(code, length), workload);
                     }
