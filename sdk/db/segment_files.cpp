@@ -46,10 +46,8 @@ bool no_file(int result) {
            result == -ENXIO;
 }
 
-// The process lacks something that it may have again.
-bool may_pass(int result) {
-    return result == -EMFILE || result == -ENFILE || result == -ENOMEM || result == -EINTR;
-}
+// A file under a segment's name that this process can do nothing with.
+bool not_ours(int result) { return no_file(result) || result == -EACCES || result == -EPERM; }
 
 }  // namespace
 
@@ -259,7 +257,7 @@ int SegmentFiles::make_room(int result, uint64_t number, uint64_t bytes) {
         const uint64_t given_bytes = m_given_bytes;
         result = recycle(number, bytes);
         const bool kept = no_room(result) && m_given_bytes == given_bytes;
-        const int removed = kept ? remove_oldest() : 0;
+        const int removed = kept && !m_numbers.empty() ? remove_oldest() : 0;
         if (removed < 0) return removed;
     }
     return result;
@@ -290,9 +288,8 @@ int SegmentFiles::recycle(uint64_t number, uint64_t bytes) {
     while (!m_numbers.empty()) {
         const uint64_t oldest = m_numbers.front();
         Opened file(m_files, open_existing(oldest));
-        const bool not_ours = file.get() < 0 && !may_pass(file.get());
-        if (file.get() < 0 && !not_ours) return file.get();
-        if (!not_ours && !is_foreign(file.get(), oldest)) {
+        if (file.get() < 0 && !not_ours(file.get())) return file.get();
+        if (file.get() >= 0 && !is_foreign(file.get(), oldest)) {
             const int result = take_over(file.get(), oldest, number, bytes);
             return result < 0 ? result : file.release();
         }
@@ -328,6 +325,7 @@ int SegmentFiles::remove_oldest() {
     int64_t size = 0;
     {
         const Opened file(m_files, open_existing(oldest));
+        if (file.get() < 0 && !not_ours(file.get())) return file.get();
         if (file.get() < 0 || is_foreign(file.get(), oldest)) {
             drop_first();
             return 0;
