@@ -167,12 +167,22 @@ void SegmentCheck::check_end(const ScanResult& scanned) {
     add(finding);
 }
 
+// Its first entries are those of the frames that were read; when some are damaged nobody knows.
+bool SegmentCheck::names_the_frames(const DirectoryView& directory) {
+    if (m_damaged) return true;
+    uint32_t crc = 0;
+    return directory.entries >= m_entries &&
+           m_window->crc(directory.offset + RECORD_BYTES, uint64_t{m_entries} * ENTRY_BYTES, crc) &&
+           crc == m_entries_crc;
+}
+
 // A whole directory ends the file, but not all before it can be read. What was cut was durable, and
 // so was what the next segment goes on behind. Else the last write was interrupted, and perhaps
 // repeated since.
 void SegmentCheck::check_lost_end(const ScanResult& scanned, const DirectoryView& directory) {
     const bool cut = m_segment->bytes < m_segment->header.bytes;
-    if (cut || next_first_sequence() >= m_end.first_sequence + directory.entries) {
+    const bool durable = cut || next_first_sequence() >= m_end.first_sequence + directory.entries;
+    if (durable && names_the_frames(directory)) {
         m_damage_start = scanned.end;
         m_damage_end = directory.offset;
         const uint64_t known = m_next - m_end.first_sequence;
@@ -197,7 +207,8 @@ void SegmentCheck::check_torn_end(const ScanResult& scanned, const DirectoryView
     const bool tail_fits =
         directory.tail && directory.offset == scanned.end && directory.entries == m_entries;
     if (growing) return;
-    if (tail_fits || directory.ours || (there && record.kind == RECORD_DIRECTORY))
+    const bool ours_here = directory.ours && directory.offset == scanned.end;
+    if (tail_fits || ours_here || (there && record.kind == RECORD_DIRECTORY))
         return add(make(FindingKind::directory, scanned.end));
     Finding finding = make(FindingKind::no_directory, scanned.end);
     if (m_segment->bytes < m_segment->header.bytes) return add(finding);

@@ -68,6 +68,7 @@ class SegmentCheck {
     void check_records(const std::function<void(uint64_t)>& at);
     void check_end(const ScanResult& scanned);
     uint64_t next_first_sequence() const;
+    bool names_the_frames(const DirectoryView& directory);
     void check_lost_end(const ScanResult& scanned, const DirectoryView& directory);
     void check_torn_end(const ScanResult& scanned, const DirectoryView& directory);
 
