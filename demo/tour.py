@@ -269,7 +269,12 @@ class Database:
         """None when there is nothing yet, or too much to be counted on a tour."""
         if not 0 < self.bytes() <= QUICK_FROM:
             return None
-        return Holdings(json.loads(self.ask("list", "--json", shown=False)), self.stream)
+        try:
+            listed = self.ask("list", "--json", shown=False)
+        except Wrong:
+            self.verify()  # it shows what is wrong
+            raise
+        return Holdings(json.loads(listed), self.stream)
 
 
 class Tour:
