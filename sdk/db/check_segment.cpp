@@ -216,7 +216,10 @@ void SegmentCheck::check_torn_end(const ScanResult& scanned, const DirectoryView
     if (there) finding = make(FindingKind::torn_end, scanned.end, record);
     finding.note = true;
     const bool ends_inside_batch = scanned.end % BLOCK_BYTES != 0;
-    if (there || !m_newest || ends_inside_batch) add(finding);
+    // A recorder leaves a segment that has no room for its directory any more.
+    const bool room =
+        scanned.end + 2 * BLOCK_BYTES + directory_bytes(m_entries) < m_segment->header.bytes;
+    if (there || ends_inside_batch || (!m_newest && room)) add(finding);
 }
 
 }  // namespace sim

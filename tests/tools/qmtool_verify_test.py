@@ -334,6 +334,14 @@ class Ends(Case):
         self.assert_found(f"note: segment 1, offset {end}, near {clock(2_000_000)}: an interrupted "
                           "write left a part of a record")
 
+    def test_a_segment_without_room_for_its_directory(self):
+        first = usual()
+        first.pad(to=SEGMENT_BYTES - BLOCK)
+        second = first.following(mono=T0 + 2_000_000, utc=T0 + 2_000_000)
+        second.frame(Frame(0, 40, 2_000_000, IDR))
+        self.folder.write(first.open_ended(), second.finish())
+        self.assert_whole()
+
     def test_a_torn_end_is_a_note(self):
         segment = usual()
         offset = segment.frame(Frame(0, 40, 2_000_000, IDR))
