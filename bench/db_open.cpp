@@ -121,7 +121,7 @@ void measure_memory(const BenchPlan& plan) {
     waitpid(child, &status, 0);
     if (!told || status != 0) give_up("the process that was to be measured failed");
     print_heading("peak memory of the recorder (VmHWM), beside the frames");
-    print_row("two turns of its ring", static_cast<double>(taken_kib) / 1024, "MiB",
+    print_row("nearly two turns of its ring", static_cast<double>(taken_kib) / 1024, "MiB",
               Wanted::at_most, 4);
     clear_folder(plan.folder);
 }

@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
-# Builds the benchmarks and runs all of them, in under three minutes. Meant for a quiet machine: the
-# load that is printed first should be near 0.
+# Builds the benchmarks and runs all of them. Meant for a quiet machine: the load that is printed
+# first should be near 0.
 set -u
 
 root=$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd) || exit 1
@@ -27,6 +27,9 @@ need_for_building
 need "[ -e /usr/include/benchmark/benchmark.h ]" libbenchmark-dev "measures the reports"
 need "command -v busybox" busybox "the shell that the start is compared with"
 need "command -v dash" dash "the shell that the round trip is compared with"
+need "[ -e /usr/include/sqlite3.h ]" libsqlite3-dev "what the disk database is compared with"
+need "[ -e /usr/include/lmdb.h ]" liblmdb-dev "what the disk database is compared with"
+need "[ -e /usr/include/rocksdb/db.h ]" librocksdb-dev "what the disk database is compared with"
 install_missing
 
 cmake -S "$root" --preset bench -B "$build" >/dev/null &&
@@ -39,3 +42,4 @@ section "start" bench/start_bench ./qm7105 "$env_file"
 section "round trip" bench/roundtrip_bench ./qm7105 "$env_file"
 section "full load, real time" bench/full_load_bench "$env_file" --seconds 60
 section "full load, stepped clock" bench/full_load_bench "$env_file" --seconds 60 --stepped
+section "disk database" bench/db_bench --repetitions 3
