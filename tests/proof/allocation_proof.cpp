@@ -260,13 +260,12 @@ void Session::finish() {
     const uint64_t lost = m_writer->lost();
     m_totals.lost += lost;
     m_proof.check(written == (lost == 0), "finish tells %d, lost are %llu", written, ull(lost));
-    m_proof.check(
-        m_appended == m_stored + m_busy && m_writer->next_sequence() - m_start == m_stored,
-        "%llu appended, %llu stored, %llu busy, %llu numbers", ull(m_appended), ull(m_stored),
-        ull(m_busy), ull(m_writer->next_sequence() - m_start));
-    m_proof.check(m_writer->next_sequence() - lost >= m_acknowledged,
-                  "acknowledged frames are lost");
-    m_acknowledged = m_writer->next_sequence() - lost;
+    const uint64_t durable = m_writer->durable_sequence();
+    m_proof.check(m_appended == m_stored + m_busy && durable - m_start + lost == m_stored,
+                  "%llu appended, %llu stored, %llu busy, %llu durable, %llu lost", ull(m_appended),
+                  ull(m_stored), ull(m_busy), ull(durable - m_start), ull(lost));
+    m_proof.check(durable >= m_acknowledged, "acknowledged frames are lost");
+    m_acknowledged = durable;
     m_totals.busy += m_busy;
 }
 

@@ -60,6 +60,7 @@ class Recorder {
     bool opened() const { return m_writer != nullptr; }
     DiskWriter& writer() { return *m_writer; }
     uint64_t busy() const { return m_busy; }
+    uint64_t stored() const { return m_stored; }
 
     Outcome append() {
         m_now_us += FRAME_US;
@@ -84,7 +85,7 @@ class Recorder {
 
     void check_books() {
         m_proof.check(m_appended == m_stored + m_refused + m_busy &&
-                          m_writer->next_sequence() - m_start == m_stored,
+                          m_writer->next_sequence() - m_start + m_writer->lost() == m_stored,
                       "%llu frames appended, %llu stored, %llu refused, %llu busy; %llu numbers",
                       ull(m_appended), ull(m_stored), ull(m_refused), ull(m_busy),
                       ull(m_writer->next_sequence() - m_start));
@@ -285,10 +286,11 @@ void FullDisk::end_without_room(const std::string& path) {
     if (!recorder.opened()) return;
     for (int i = 0; i < 100; ++i) recorder.append();
     m_proof.check(!recorder.finish(), "a finish without room says nothing");
-    m_proof.check(recorder.writer().lost() == recorder.writer().next_sequence(),
-                  "%llu of %llu frames are counted as lost",
-                  Recorder::ull(recorder.writer().lost()),
-                  Recorder::ull(recorder.writer().next_sequence()));
+    m_proof.check(
+        recorder.writer().lost() == recorder.stored() && recorder.writer().durable_sequence() == 0,
+        "%llu of %llu frames are counted as lost, %llu as durable",
+        Recorder::ull(recorder.writer().lost()), Recorder::ull(recorder.stored()),
+        Recorder::ull(recorder.writer().durable_sequence()));
     recorder.check_books();
     remove_database(path);
 }
