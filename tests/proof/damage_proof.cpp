@@ -347,9 +347,10 @@ void random_damage(Proof& proof, const Sample& sample, const FramePlan& plan, ui
         damage.heal();
     }
     proof.covered(
-        "random damage of %s: %llu (1 to 64 bytes, swapped blocks, zeros); %llu changed "
-        "no byte; where all frames are back %llu are told as notes only, %llu not at all",
-        what, 1ull * count, 1ull * unchanged, 1ull * noted, 1ull * untold);
+        "random damage of %s: %llu (1 to 64 bytes, swapped blocks, zeros); %llu changed no byte; "
+        "%llu are told as notes only, %llu not at all with all frames back, %llu took the end of a "
+        "recording that was killed and look as if it had been killed earlier",
+        what, 1ull * count, 1ull * unchanged, 1ull * noted, 1ull * untold, 1ull * killed);
 }
 
 // --- cuts -----------------------------------------------------------------------------------

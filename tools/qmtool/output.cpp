@@ -73,7 +73,9 @@ std::string printable(const std::string& bytes) {
 
 std::string time_text(int64_t utc_us) {
     const int64_t seconds = floor_div(utc_us, US_PER_SECOND);
-    const int milliseconds = static_cast<int>((utc_us - seconds * US_PER_SECOND) / 1000);
+    const int64_t rest_us = utc_us % US_PER_SECOND;
+    const int milliseconds =
+        static_cast<int>((rest_us < 0 ? rest_us + US_PER_SECOND : rest_us) / 1000);
     const int64_t days = floor_div(seconds, SECONDS_PER_DAY);
     const int second = static_cast<int>(seconds - days * SECONDS_PER_DAY);
     int64_t year = 0;
