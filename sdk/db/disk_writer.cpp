@@ -117,6 +117,11 @@ bool DiskWriter::go_on_in(const SegmentHeader& header) {
     m_allocated = false;
     if (!in_order || header.bytes != m_options.segment_bytes || m_offset >= header.bytes)
         leave_segment();
+    // Its first batch was interrupted, and perhaps one of its headers with it.
+    if (found.frames == 0 && !found.damaged && !m_has_directory) {
+        leave_segment();
+        m_segments->use_first(header.number);
+    }
     return true;
 }
 

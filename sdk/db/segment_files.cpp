@@ -194,7 +194,8 @@ void SegmentFiles::keep_ini(uint64_t segment_bytes, uint64_t ring_segments) try 
 
 int SegmentFiles::write_ini(const std::string& text) {
     const std::string passing = new_ini_name(m_name);
-    m_files.remove(m_folder, passing);
+    const int removed = m_files.remove(m_folder, passing);
+    if (removed < 0 && removed != -ENOENT) return removed;
     Opened file(m_files, m_files.open(m_folder, passing, FileSystem::Access::lock));
     if (file.get() < 0) return file.get();
     m_files.lock(file.get());
@@ -313,6 +314,13 @@ int SegmentFiles::take_over(int file, uint64_t old_number, uint64_t number, uint
     m_given_bytes += bytes;
     if (m_files.remove(m_folder, name) < 0) m_leftovers.push_back(number);
     return result;
+}
+
+void SegmentFiles::use_first(uint64_t number) {
+    const auto place = std::find(m_numbers.begin(), m_numbers.end(), number);
+    if (place == m_numbers.end()) return;
+    std::rotate(m_numbers.begin(), place, place + 1);
+    ++m_blanks;
 }
 
 void SegmentFiles::drop_first() {

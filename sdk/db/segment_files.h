@@ -52,6 +52,8 @@ class SegmentFiles {
     int make(uint64_t number, uint64_t bytes, uint64_t ring);
     // The seed of what the file held before make(); 0 for a new file.
     uint32_t old_seed() const { return m_old_seed; }
+    // The segment holds nothing: its file is the first to be used again.
+    void use_first(uint64_t number);
     // The file of a segment that is written on.
     int open_to_go_on(uint64_t number);
     // Removes a segment that never held anything durable.

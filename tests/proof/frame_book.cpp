@@ -92,12 +92,15 @@ std::map<uint64_t, uint64_t> segments_with_records(const CrashFiles& files, uint
     return found;
 }
 
-static bool tolerates(Tolerated tolerated, sim::FindingKind kind) {
+static bool tolerates(Tolerated tolerated, const sim::Finding& it) {
     using sim::FindingKind;
+    const FindingKind kind = it.kind;
     if (tolerated == Tolerated::missing) return kind == FindingKind::missing_records;
     return tolerated == Tolerated::crash &&
            (kind == FindingKind::header_copy || kind == FindingKind::header_time ||
-            kind == FindingKind::no_header || kind == FindingKind::directory);
+            kind == FindingKind::no_header || kind == FindingKind::directory ||
+            // the pad of an interrupted last batch, when the recording went on in the next segment
+            (kind == FindingKind::damage && it.amount == 0));
 }
 
 std::string findings(sim::FileSystem& files, Tolerated tolerated, const std::string& path) {
@@ -106,7 +109,7 @@ std::string findings(sim::FileSystem& files, Tolerated tolerated, const std::str
     if (!view) return "it cannot be checked: " + why;
     std::string found;
     const auto note = [&](const sim::Finding& it) {
-        if (it.note || tolerates(tolerated, it.kind)) return;
+        if (it.note || tolerates(tolerated, it)) return;
         found += number_text("finding of kind ", static_cast<uint64_t>(it.kind), " in segment ") +
                  std::to_string(it.segment) + number_text(" at ", it.offset, "; ");
     };
