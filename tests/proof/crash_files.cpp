@@ -181,6 +181,7 @@ CrashFiles CrashFiles::after_power_loss(CrashChooser& chooser) const {
 
 CrashFiles CrashFiles::after_kill(const FileChange& change, size_t done) const {
     CrashFiles after(*this);
+    done = std::min(done, change.size);
     if (change.kind != FileChange::Kind::write || done == 0) return after;
     for (auto& [path, folder] : after.m_folders) {
         const auto it = folder.now.find(change.name);

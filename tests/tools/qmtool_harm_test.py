@@ -65,7 +65,7 @@ class Rebuild(Case):
                               f"  identity      {'11' * 16}\n"
                               "  segment size  65536 bytes\n"
                               "  ring          3000 segments\n"
-                              "  found         1 segments of it\n")
+                              "  found         1 segment of it\n")
         self.assertEqual(self.folder.get("db.ini").decode(), ini_text(b"\x11" * 16, ring=3000))
 
     def test_one_that_is_right_stays(self):

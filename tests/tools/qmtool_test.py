@@ -98,7 +98,7 @@ class List(Case):
         status, out, err = self.run_tool("list", self.folder.ini)
         self.assertEqual((status, err), (0, ""))
         self.assertEqual(out, f"""Database {self.folder.ini}
-80 frames in 1 segments
+80 frames in 1 segment
 
 Stream   Channel      Frames  Key frames           Bytes  First                     Last                         Gaps
 main           0          40           4           12780  {clock(0)}  {clock(last)}        0
@@ -182,7 +182,7 @@ Runs
         self.folder.write(segment.open_ended())
         self.assertEqual(self.json("list", status=1)["damaged_stretches"], 1)
         out = self.run_tool("list", self.folder.ini)[1]
-        self.assertIn("\nDamaged: 1 stretches cannot be read; qmtool verify tells where\n", out)
+        self.assertIn("\nDamaged: 1 stretch cannot be read; qmtool verify tells where\n", out)
 
     def test_a_given_up_segment_counts_up_to_the_next(self):
         first = usual()

@@ -83,8 +83,9 @@ uint64_t not_read(const sim::Summary& summary) {
 
 void print_text(const sim::DatabaseView& view, const sim::Summary& summary, bool recorded) {
     printf("Database %s%s\n", printable(view.path()).c_str(), recorded ? ", being recorded" : "");
-    printf("%" PRIu64 " frames in %" PRIu64 " segments\n", summary.frames,
-           summary.segments[static_cast<size_t>(sim::SegmentState::whole)]);
+    const uint64_t segments = summary.segments[static_cast<size_t>(sim::SegmentState::whole)];
+    printf("%s in %s\n", counted(summary.frames, "frame", "frames").c_str(),
+           counted(segments, "segment", "segments").c_str());
     if (summary.any) {
         print_channels(summary);
         print_runs(summary);
@@ -92,10 +93,11 @@ void print_text(const sim::DatabaseView& view, const sim::Summary& summary, bool
     print_gaps(summary);
     print_missing(summary);
     if (summary.damaged > 0)
-        printf("\nDamaged: %" PRIu64 " stretches cannot be read; qmtool verify tells where\n",
-               summary.damaged);
+        printf("\nDamaged: %s cannot be read; qmtool verify tells where\n",
+               counted(summary.damaged, "stretch", "stretches").c_str());
     if (not_read(summary) > 0)
-        printf("\nNot read: %" PRIu64 " segments; qmtool verify tells why\n", not_read(summary));
+        printf("\nNot read: %s; qmtool verify tells why\n",
+               counted(not_read(summary), "segment", "segments").c_str());
 }
 
 void write_channel(Json& json, int row, int ch, const sim::ChannelSummary& sums) {

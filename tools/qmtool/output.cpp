@@ -93,6 +93,10 @@ std::string duration_text(int64_t us) {
     return text;
 }
 
+std::string counted(uint64_t count, const char* one, const char* many) {
+    return std::to_string(count) + " " + (count == 1 ? one : many);
+}
+
 const char* row_name(int row) {
     constexpr const char* NAMES[sim::SUMMARY_ROWS] = {"main",  "dual",   "JPEG", "preview",
                                                       "third", "fourth", "audio"};

@@ -15,6 +15,8 @@ std::string printable(const std::string& bytes);
 std::string time_text(int64_t utc_us);
 // Seconds with milliseconds: "12.500 s".
 std::string duration_text(int64_t us);
+// "1 frame", "2 frames".
+std::string counted(uint64_t count, const char* one, const char* many);
 // "main", "dual", "JPEG", "preview", "third", "fourth", "audio": the rows of a summary.
 const char* row_name(int row);
 

@@ -17,7 +17,7 @@ void print_text(const sim::DatabaseView& view, const sim::Rebuilt& rebuilt) {
     printf("  identity      %s\n", sim::to_text(rebuilt.ini.identity).c_str());
     printf("  segment size  %" PRIu64 " bytes\n", rebuilt.ini.segment_bytes);
     printf("  ring          %" PRIu64 " segments\n", rebuilt.ini.ring_segments);
-    printf("  found         %" PRIu64 " segments of it", rebuilt.segments);
+    printf("  found         %s of it", counted(rebuilt.segments, "segment", "segments").c_str());
     if (rebuilt.foreign > 0) printf(", %" PRIu64 " of other databases", rebuilt.foreign);
     if (rebuilt.without_header > 0)
         printf(", %" PRIu64 " without a header", rebuilt.without_header);

@@ -44,10 +44,6 @@ const char* key_of(sim::FindingKind kind) {
     return "";
 }
 
-std::string counted(uint64_t count, const char* one, const char* many) {
-    return std::to_string(count) + " " + (count == 1 ? one : many);
-}
-
 std::string damage_text(const sim::Finding& finding) {
     std::string text = counted(finding.end - finding.offset, "byte", "bytes") + " cannot be read";
     if (finding.amount > 0)
