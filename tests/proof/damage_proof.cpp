@@ -531,8 +531,14 @@ int main(int argc, char** argv) {
     Proof proof(argc, argv,
                 "Damages databases in every way and holds verify, rebuild and the reader to it.",
                 {{"damages", "random damages (20000, large 10000000)"},
-                 {"samples", "flipped bits by a complete verify (2000)", true, 2000}});
+                 {"samples", "flipped bits by a complete verify (2000)", true, 2000},
+                 {"live", "only the looks at a database that is being recorded", false}});
     const FramePlan plan(proof.seed(), 16, 3000);
+    const uint64_t live_us = proof.large() ? 60'000'000 : 1'500'000;
+    if (proof.given("live")) {
+        while_recording(proof, plan, live_us);
+        return proof.finish();
+    }
     const Sample mebibyte = record(plan, 16, true);
     proof.check(mebibyte.bytes() > 1 << 20, "the database is of 1 MiB and more");
     every_bit_by_parts(proof, mebibyte);
@@ -549,6 +555,6 @@ int main(int argc, char** argv) {
     lost_ini(proof, cut, full, plan);
     lost_directories(proof, cut, plan);
     kills_in_rebuild(proof, cut, full, plan);
-    while_recording(proof, plan, proof.large() ? 60'000'000 : 1'500'000);
+    while_recording(proof, plan, live_us);
     return proof.finish();
 }
