@@ -128,6 +128,9 @@ int SegmentFiles::load(Newest& newest) {
     if (found < 0) return found;
     if (newest.found && m_has_ini && newest.header.database != m_identity)
         decide_identity(newest, place);
+    // A file that only has a name of the highest numbers does not end the numbers.
+    if (m_next > MAX_SEGMENT_NUMBER) m_next = newest.found ? newest.header.number + 1 : 1;
+    if (m_next > MAX_SEGMENT_NUMBER) return -EOVERFLOW;
     // Another identity would hide what is recorded, if it can be read later.
     if (!newest.found && !m_has_ini && (ini < 0 || newest.error < 0))
         return ini < 0 ? ini : newest.error;

@@ -534,7 +534,7 @@ int main(int argc, char** argv) {
                  {"samples", "flipped bits by a complete verify (2000)", true, 2000},
                  {"live", "only the looks at a database that is being recorded", false}});
     const FramePlan plan(proof.seed(), 16, 3000);
-    const uint64_t live_us = proof.large() ? 60'000'000 : 1'500'000;
+    const int64_t live_us = proof.large() ? 60'000'000 : 1'500'000;
     if (proof.given("live")) {
         while_recording(proof, plan, live_us);
         return proof.finish();

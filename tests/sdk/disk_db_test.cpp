@@ -178,6 +178,18 @@ TEST_F(DiskDb, PassesOverANameThatSomebodyTook) {
     EXPECT_EQ(db->end(), 1u);
 }
 
+TEST_F(DiskDb, IsNotAtItsEndForAFileWithTheHighestNumber) {
+    ASSERT_EQ(mkdir((folder.path() + "/new").c_str(), 0700), 0);
+    folder.write("new/a.ini.9999999999.seg", "no segment");
+    StreamDb* db = open(1);
+    ASSERT_NE(db, nullptr);
+    db->begin_writing();
+    db->append(frame_at(START_US));
+    db->end_writing();
+    EXPECT_EQ(db->end(), 1u);
+    EXPECT_EQ(access(path("a.ini.0000000001.seg").c_str(), F_OK), 0);
+}
+
 TEST_F(DiskDb, SaysWhatIsLostWhenWritingFailsToTheEnd) {
     StreamDb* db = open(1);
     ASSERT_NE(db, nullptr);
