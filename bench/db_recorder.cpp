@@ -16,6 +16,7 @@ uint64_t Recorder::ring_for(uint64_t bytes) {
 
 Recorder::Recorder(const std::string& folder, uint64_t ring_segments) : m_ring(ring_segments) {
     m_options.ring_segments = ring_segments;
+    m_options.own_thread = true;
     std::string why;
     m_writer = sim::DiskWriter::open(sim::real_file_system(), path(folder), m_options, why);
     if (!m_writer) give_up("the recorder: " + why);

@@ -8,6 +8,7 @@
 #include "sdk/board/rate_control.h"
 #include "sdk/runtime/clock.h"
 #include "sdk/video/frame.h"
+#include "sdk/video/picture.h"
 
 namespace sim {
 
@@ -45,12 +46,6 @@ class Ticker {
     Tick m_first;
     int64_t m_rate = 0;
     int64_t m_count = 0;
-};
-
-struct PrivateZone {
-    bool enabled = false;
-    uint16_t start_x = 0, start_y = 0, width = 0, height = 0;  // pixels
-    bool operator==(const PrivateZone&) const = default;
 };
 
 // Power-on settings are those of a picture: D1 at the format's full rate, a key frame every 30.

@@ -4,13 +4,9 @@
 
 #include <cstdint>
 
-namespace sim {
+#include "sdk/video/picture.h"
 
-// Picture size in pixels.
-struct PictureSize {
-    int width;
-    int height;
-};
+namespace sim {
 
 // The resolution code that is meant: 0 QCIF, 1 CIF, 2 Half D1, 3 D1, 4 HD; above 4 is taken as 3.
 uint32_t held_resolution(uint32_t resolution);

@@ -42,6 +42,7 @@ int DiskDb::Open(QMDBOpenParam* param) {
     }
     m_options.segment_bytes = bytes;
     m_options.ring_segments = param->capacity_b;
+    m_options.own_thread = true;
     m_path = param->path;
     m_recorder = records;
     if (records ? open_writer() : open_reader()) return 1;

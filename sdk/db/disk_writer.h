@@ -9,6 +9,7 @@
 
 #include "sdk/db/file_system.h"
 #include "sdk/db/format.h"
+#include "sdk/db/pending_write.h"
 #include "sdk/db/segment_files.h"
 
 namespace sim {
@@ -19,6 +20,7 @@ struct WriterOptions {
     size_t batch_bytes = 1 << 20;              // of the buffer; a multiple of the block size
     int64_t commit_us = 500'000;   // a batch is written that long after its first record
     int64_t retry_us = 1'000'000;  // between two attempts while nothing can be written
+    bool own_thread = false;       // one that writes a full batch while the next is filled
 };
 
 class DiskWriter {
@@ -51,7 +53,9 @@ class DiskWriter {
 
     uint64_t next_sequence() const { return m_next_sequence; }  // of the next frame
     // Frames before it are durable.
-    uint64_t durable_sequence() const { return m_next_sequence - m_waiting; }
+    uint64_t durable_sequence() const {
+        return m_next_sequence - m_batch.frames - m_handed_over.frames;
+    }
     uint64_t lost() const { return m_lost; }                  // taken and never made durable
     bool failing() const { return m_failing; }                // the last attempt failed
     const std::string& trouble() const { return m_trouble; }  // what failed last, in words
@@ -59,11 +63,26 @@ class DiskWriter {
     uint64_t segment() const { return m_planned ? m_header.number : 0; }
 
   private:
+    static constexpr size_t TROUBLE_BYTES = 200;
     // What a batch ends with: a pad; or the directory, where the records end or at the end of the
     // segment.
     enum class Ending { pad, cut, fill };
     struct Release {
         void operator()(uint8_t* buffer) const;
+    };
+    // Records that become durable with one write.
+    struct Batch {
+        std::unique_ptr<uint8_t[], Release> buffer;  // room for the headers, then the batch
+        size_t capacity = 0;                         // of the batch
+        size_t filled = 0;                           // by whole records
+        uint64_t frames = 0;
+        uint32_t seed = 0;                  // of the segment that the records are made for
+        RecordHeader end;                   // names what comes behind the last record
+        int64_t latest_utc_us = INT64_MIN;  // of all frames before the batch
+
+        uint8_t* area() const { return buffer.get() + SEGMENT_START; }
+        void reserve(size_t bytes);
+        void clear() { filled = 0, frames = 0; }
     };
 
     DiskWriter(FileSystem& files, const WriterOptions& options);
@@ -72,11 +91,15 @@ class DiskWriter {
     bool go_on_in(const SegmentHeader& header);
     Outcome take(const qm_dbframe& frame, int64_t utc_step_us, int64_t now_us);
     void put(const qm_dbframe& frame, int64_t utc_us);
+    size_t batch_limit() const;
     void follow_time(int64_t mono_us, int64_t utc_step_us);
 
     // The segment: planned with its first frame, its file made with its first batch.
-    void plan(uint64_t number, int64_t utc_us, int64_t mono_us);
+    void plan(uint64_t number, const RecordHeader& first);
     void plan_again(uint64_t number);
+    void place(RecordHeader& header, size_t at);
+    void place_again();
+    void place_behind();
     bool end_segment(int64_t now_us);
     int open_segment();
     void leave_segment();
@@ -84,17 +107,21 @@ class DiskWriter {
     bool fits_segment(uint64_t bytes) const;
 
     // The batch.
-    uint8_t* area() const { return m_buffer.get() + SEGMENT_START; }
-    void reserve(size_t bytes);
     RecordHeader ending_header(uint8_t kind) const;
     void stamp(RecordHeader& header, size_t at);
     size_t compose(Ending& ending);
     size_t compose_pad(size_t at, size_t bytes);
     size_t compose_directory(size_t at);
     bool write_out(Ending ending, int64_t now_us);
+    bool hand_over(Ending ending, int attempts, int64_t now_us);
     int try_batch(Ending ending);
-    int write_batch(Ending ending);
+    int begin_write(Ending ending);
+    bool settle(int64_t now_us);
+    int finish_write();
+    void give_up_write(int result);
+    bool write_again(int attempts, int64_t now_us);
     void give_up_segment();
+    void suspect(int result);
     void note_failure(int result, int64_t now_us);
 
     FileSystem& m_files;
@@ -113,19 +140,21 @@ class DiskWriter {
     std::vector<DirectoryEntry>
         m_entries;  // of all frames of the segment, the waiting ones as well
 
-    std::unique_ptr<uint8_t[], Release> m_buffer;  // room for the headers, then the batch
-    size_t m_capacity = 0;                         // of the batch
-    size_t m_filled = 0;                           // by whole records
-    uint64_t m_waiting = 0;                        // frames in it
+    Batch m_batch;         // being filled
+    Batch m_handed_over;   // the one before it, with frames in it as long as they are not durable
+    PendingWrite m_write;  // of m_handed_over
+    Ending m_write_ending = Ending::pad;
+    int m_write_file = -1;
+    uint64_t m_write_number = 0;    // of its segment
+    uint64_t m_write_end = 0;       // in the file
+    bool m_write_is_first = false;  // of its segment
 
     uint64_t m_next_sequence = 0;
     uint32_t m_run = 0;
-    bool m_timed = false;  // a frame was appended: the three below are known
+    bool m_timed = false;  // a frame was appended: the two below are known
     int64_t m_latest_mono_us = 0;
-    int64_t m_last_utc_us = 0;
     int64_t m_utc_step_us = 0;
-    int64_t m_latest_utc_us = INT64_MIN;      // of all frames
-    int64_t m_durable_latest_us = INT64_MIN;  // of the durable ones
+    int64_t m_latest_utc_us = INT64_MIN;  // of all frames
 
     int64_t m_due_us = INT64_MAX;
     int64_t m_retry_us = 0;

@@ -45,6 +45,11 @@ struct SegmentHeader {
 enum : uint8_t { RECORD_PAD = 64, RECORD_DIRECTORY = 65 };  // beside those of FrameKind
 enum : uint8_t { FLAG_FIRST_OF_BATCH = 1 };
 
+// Of a whole record in its segment, a multiple of 8.
+inline uint64_t record_bytes(uint64_t payload) {
+    return RECORD_BYTES + ((payload + 7) & ~uint64_t{7});
+}
+
 struct RecordHeader {
     uint32_t bytes = 0;  // of the payload
     uint8_t kind = 0;
@@ -61,8 +66,7 @@ struct RecordHeader {
 
     bool is_frame() const { return kind < RECORD_PAD; }
     bool first_of_batch() const { return flags & FLAG_FIRST_OF_BATCH; }
-    // Of the whole record in its segment, a multiple of 8.
-    uint64_t total_bytes() const { return RECORD_BYTES + ((uint64_t{bytes} + 7) & ~uint64_t{7}); }
+    uint64_t total_bytes() const { return record_bytes(bytes); }
 };
 
 struct DirectoryEntry {

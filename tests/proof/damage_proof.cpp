@@ -485,6 +485,7 @@ void while_recording(Proof& proof, const FramePlan& plan, int64_t for_us) {
     std::atomic<uint64_t> frames{0};
     std::thread recorder([&] {
         sim::WriterOptions options;
+        options.own_thread = true;
         options.segment_bytes = SEGMENT_BYTES;
         options.ring_segments = 5;
         options.batch_bytes = 2 * BLOCK_BYTES;

@@ -80,6 +80,7 @@ void record_until_killed(const std::string& path, const FramePlan& plan, const S
     ProofRandom random(session.seed);
     WatchedFiles files(whereabouts, random.next());
     sim::WriterOptions options;
+    options.own_thread = true;
     options.segment_bytes = sim::MIN_SEGMENT_BYTES;
     options.ring_segments = RING_SEGMENTS;
     options.batch_bytes = 4 * sim::BLOCK_BYTES;
