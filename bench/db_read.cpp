@@ -20,7 +20,8 @@ constexpr int WARM_SEEKS = 20'000;
 
 std::unique_ptr<sim::DiskReader> open_reader(const BenchPlan& plan) {
     std::string why;
-    auto reader = sim::DiskReader::open(sim::real_file_system(), Recorder::path(plan.folder), why);
+    auto reader =
+        sim::DiskReader::open(sim::real_file_system(), Recorder::path(plan.folder), why, true);
     if (!reader) give_up("the reader: " + why);
     return reader;
 }

@@ -10,6 +10,8 @@ int main(int argc, char** argv) {
     // session is closed in order, which dying of the signal would not do.
     signal(SIGHUP, SIG_IGN);
     signal(SIGPIPE, SIG_IGN);
+    // A file that would exceed the limit of its size is an error of its recording alone.
+    signal(SIGXFSZ, SIG_IGN);
     // A line is on the wire when it is printed, on pipes as on terminals.
     setvbuf(stdout, nullptr, _IOLBF, BUFSIZ);
 

@@ -258,6 +258,10 @@ void Board::produce_video(EncoderChannel& encoder) {
     }
     const FrameInfo info = encoder.encode();
     qm_dbframe* frame = sink->blank(info.bytes);
+    if (!frame) {
+        encoder.force_key();
+        return;
+    }
     frame->info = info;
     write_payload(info, settings().seed, frame->payload.get());
     if (!sink->deliver(frame)) encoder.force_key();
@@ -279,6 +283,7 @@ void Board::produce_audio(AudioChannel& audio, int channel) {
         return;
     }
     qm_dbframe* frame = sink->blank(info.bytes);
+    if (!frame) return;
     frame->info = info;
     write_tone(channel, info.number, frame->payload.get());
     sink->deliver(frame);

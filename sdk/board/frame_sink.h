@@ -11,7 +11,8 @@ namespace sim {
 // Called on the pacer's thread, under the board's mutex: must not wait, nor call the board.
 class FrameSink {
   public:
-    // An empty frame with room for `bytes` of payload.
+    // An empty frame with room for `bytes` of payload. Null without memory: then the frame is
+    // dropped, and the next one of its channel must be a key frame.
     virtual qm_dbframe* blank(size_t bytes) = 0;
     // A finished frame; the sink owns it from here on. False when it had to be dropped and the next
     // frame of its channel must be a key frame.

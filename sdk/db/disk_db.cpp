@@ -68,7 +68,7 @@ bool DiskDb::open_reader() {
     std::string why;
     std::lock_guard lock(m_reader_mutex);
     try {
-        m_reader = DiskReader::open(real_file_system(), m_path, why);
+        m_reader = DiskReader::open(real_file_system(), m_path, why, true);
     } catch (const std::bad_alloc&) {
         why = "out of memory";
     }
@@ -91,7 +91,7 @@ int DiskDb::Close() {
 void DiskDb::finish() {
     std::lock_guard lock(m_writer_mutex);
     if (!m_writer) return;
-    m_writer->finish(now_us());
+    if (m_writer->finish(now_us()) && m_troubled) note_trouble();
     m_lost += m_writer->lost();
     if (m_writer->lost() > 0)
         complain("database '%s': %llu records are lost: %s", m_path.c_str(),
@@ -169,7 +169,7 @@ Result DiskDb::with_reader(Result otherwise, Ask ask) {
     std::lock_guard lock(m_reader_mutex);
     try {
         std::string why;
-        if (!m_reader) m_reader = DiskReader::open(real_file_system(), m_path, why);
+        if (!m_reader) m_reader = DiskReader::open(real_file_system(), m_path, why, true);
         return m_reader ? ask(*m_reader) : otherwise;
     } catch (const std::bad_alloc&) {
         return otherwise;

@@ -16,6 +16,8 @@ namespace {
 // Read ahead of a caller who reads on. Larger records go straight to the caller.
 constexpr size_t AHEAD_BYTES = 512 * 1024;
 constexpr uint64_t NEAR_BYTES = 64 * 1024;  // what may be passed over in reading on
+// Who has read so much in order gets all from the stream.
+constexpr uint64_t STREAM_BYTES = 4 << 20;
 
 void fill_info(const RecordHeader& record, FrameInfo& out) {
     out.kind = static_cast<FrameKind>(record.kind);
@@ -34,11 +36,11 @@ bool valid_lane(int stream, int channel) {
 }  // namespace
 
 std::unique_ptr<DiskReader> DiskReader::open(FileSystem& files, const std::string& path,
-                                             std::string& why) {
+                                             std::string& why, bool own_thread) {
     std::string folder;
     std::string name;
     split_path(path, folder, name);
-    std::unique_ptr<DiskReader> reader(new DiskReader(files, name));
+    std::unique_ptr<DiskReader> reader(new DiskReader(files, name, own_thread));
     if (!reader->start(folder, why)) return nullptr;
     return reader;
 }
@@ -62,12 +64,14 @@ bool DiskReader::start(const std::string& folder, std::string& why) {
     read_ini();
     refresh();
     if (m_newest != NONE || m_has_ini) return true;
-    why = "there is no such database";
+    why = m_error < 0 ? std::string("cannot be read: ") + strerror(-m_error)
+                      : "there is no such database";
     return false;
 }
 
 void DiskReader::read_ini() {
     const int file = m_files.open(m_folder, m_name, FileSystem::Access::read);
+    if (file < 0 && file != -ENOENT) m_error = file;
     if (file < 0) return;
     char bytes[MAX_INI_BYTES + 1];
     const int64_t got = m_files.read(file, bytes, sizeof bytes, 0);
@@ -245,6 +249,13 @@ const uint8_t* DiskReader::read_ahead(const Loaded& loaded, uint64_t offset, siz
     return held ? m_ahead.get() + (offset - m_ahead_offset) : nullptr;
 }
 
+// Goes on from the record that was read last, in its segment or the next.
+bool DiskReader::reads_on(const Loaded& loaded, uint64_t offset) const {
+    if (m_ahead_segment == loaded.header.identity)
+        return offset >= m_ahead_next && offset - m_ahead_next <= NEAR_BYTES;
+    return m_read_last && loaded.number > m_read_number && offset - SEGMENT_START <= NEAR_BYTES;
+}
+
 // Bytes of records from `offset` on, `wanted` or fewer. Of a header alone no more is read; else the
 // more the longer the caller has gone from record to record.
 const uint8_t* DiskReader::bytes_at(Loaded& loaded, uint64_t offset, size_t wanted, size_t& got) {
@@ -255,9 +266,11 @@ const uint8_t* DiskReader::bytes_at(Loaded& loaded, uint64_t offset, size_t want
         const int64_t read = m_files.read(loaded.file, m_record, RECORD_BYTES, offset);
         return read == static_cast<int64_t>(RECORD_BYTES) ? m_record : nullptr;
     }
+    const bool onward = reads_on(loaded, offset);
+    if (!onward) m_read_on = 0;
+    if (m_read_on >= STREAM_BYTES)
+        if (const uint8_t* bytes = streamed(loaded, offset, wanted)) return bytes;
     if (!m_ahead) m_ahead.reset(new uint8_t[AHEAD_BYTES]);
-    const bool onward = m_ahead_segment == loaded.header.identity && offset >= m_ahead_next &&
-                        offset - m_ahead_next <= NEAR_BYTES;
     const uint64_t most = std::min<uint64_t>(AHEAD_BYTES, loaded.index.end() - offset);
     m_ahead_reach = onward ? std::max(wanted, 2 * m_ahead_reach) : wanted;
     m_ahead_reach = static_cast<size_t>(std::min<uint64_t>(m_ahead_reach, most));
@@ -324,6 +337,9 @@ bool DiskReader::read_entry(Loaded& loaded, size_t entry, qm_dbframe& out) {
     if (m_ahead_segment != loaded.header.identity) m_ahead_bytes = 0;
     m_ahead_segment = loaded.header.identity;
     m_ahead_next = offset + header.total_bytes();
+    m_read_number = loaded.number;
+    m_read_last = entry + 1 == loaded.index.size();
+    m_read_on += header.total_bytes();
     fill_info(header, out.info);
     return true;
 }
@@ -334,6 +350,11 @@ bool DiskReader::read(uint64_t n, qm_dbframe& out) {
     if (!locate(n, place, entry)) return false;
     Loaded& loaded = *m_segments[place].loaded;
     if (read_entry(loaded, entry, out)) return true;
+    if (m_read_on >= STREAM_BYTES) {  // the file may have changed since it was read ahead
+        m_stream.forget();
+        m_read_on = 0;
+        if (read_entry(loaded, entry, out)) return true;
+    }
     if (!still_there(loaded)) pass_over(place);
     return false;
 }

@@ -10,6 +10,7 @@
 
 #include "sdk/db/file_system.h"
 #include "sdk/db/format.h"
+#include "sdk/db/read_ahead.h"
 #include "sdk/db/segment_index.h"
 #include "sdk/db/segment_scan.h"
 
@@ -19,9 +20,10 @@ namespace sim {
 class DiskReader {
   public:
     // Null when there is no such database: `why` says so in words. A database without a readable
-    // .ini opens as long as it has a segment.
+    // .ini opens as long as it has a segment. With `own_thread` a caller who reads all in order is
+    // read ahead of.
     static std::unique_ptr<DiskReader> open(FileSystem& files, const std::string& path,
-                                            std::string& why);
+                                            std::string& why, bool own_thread = false);
     ~DiskReader();
 
     // Records are kept for first() <= n < end(); some in between may be missing.
@@ -77,7 +79,8 @@ class DiskReader {
     };
     static constexpr size_t NONE = SIZE_MAX;
 
-    DiskReader(FileSystem& files, std::string name) : m_files(files), m_name(std::move(name)) {}
+    DiskReader(FileSystem& files, std::string name, bool own_thread)
+        : m_files(files), m_name(std::move(name)), m_stream(files, own_thread) {}
 
     bool start(const std::string& folder, std::string& why);
     void read_ini();
@@ -115,6 +118,11 @@ class DiskReader {
 
     bool locate(uint64_t n, size_t& place, size_t& entry);
     const uint8_t* read_ahead(const Loaded& loaded, uint64_t offset, size_t wanted) const;
+    bool reads_on(const Loaded& loaded, uint64_t offset) const;
+    const uint8_t* streamed(const Loaded& loaded, uint64_t offset, size_t wanted);
+    bool stream_from(uint64_t number, uint64_t offset, uint64_t end);
+    bool stream_on(const Loaded& loaded);
+    void announce_ending(uint64_t number);
     const uint8_t* bytes_at(Loaded& loaded, uint64_t offset, size_t wanted, size_t& got);
     const uint8_t* header_at(Loaded& loaded, size_t entry, size_t wanted, RecordHeader& header,
                              size_t& got);
@@ -128,6 +136,7 @@ class DiskReader {
     const std::string m_name;  // of the .ini file
     int m_folder = -1;
     int m_lock = -1;
+    int m_error = 0;  // of the last file that is there and could not be opened
     bool m_has_ini = false;
     Identity m_ini_identity;
     Identity m_identity;
@@ -145,8 +154,13 @@ class DiskReader {
     uint64_t m_ahead_segment = 0;  // identity
     uint64_t m_ahead_offset = 0;
     size_t m_ahead_bytes = 0;
-    size_t m_ahead_reach = 0;   // of the last read
-    uint64_t m_ahead_next = 0;  // where the last record that was read ends
+    size_t m_ahead_reach = 0;    // of the last read
+    uint64_t m_ahead_next = 0;   // where the last record that was read ends
+    uint64_t m_read_number = 0;  // of its segment
+    bool m_read_last = false;    // it was the last of its segment
+    uint64_t m_read_on = 0;      // bytes of records that were read one after the other
+    ReadAhead m_stream;          // when they are many
+    uint64_t m_announced = 0;    // number of the segment whose ending was announced last
     uint8_t m_record[RECORD_BYTES] = {};
 };
 

@@ -46,6 +46,7 @@ int DiskReader::open_file(uint64_t number) {
     int file = m_files.open(m_folder, name, FileSystem::Access::read);
     while (too_many_files(file) && close_one(nullptr))
         file = m_files.open(m_folder, name, FileSystem::Access::read);
+    if (file < 0 && file != -ENOENT) m_error = file;
     return file;
 }
 
@@ -61,7 +62,10 @@ int DiskReader::open_header(uint64_t number, SegmentHeader& header) {
 // Reads the folder anew. False when that is not possible; then all stays as it was.
 bool DiskReader::list_segments() {
     std::vector<std::string> names;
-    if (m_files.list(m_folder, m_name + ".", names) < 0) return false;
+    if (const int error = m_files.list(m_folder, m_name + ".", names); error < 0) {
+        m_error = error;
+        return false;
+    }
     std::vector<Segment> listed;
     listed.reserve(names.size());
     for (const std::string& name : names) {

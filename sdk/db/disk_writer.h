@@ -9,7 +9,7 @@
 
 #include "sdk/db/file_system.h"
 #include "sdk/db/format.h"
-#include "sdk/db/pending_write.h"
+#include "sdk/db/pending_io.h"
 #include "sdk/db/segment_files.h"
 
 namespace sim {
@@ -140,9 +140,9 @@ class DiskWriter {
     std::vector<DirectoryEntry>
         m_entries;  // of all frames of the segment, the waiting ones as well
 
-    Batch m_batch;         // being filled
-    Batch m_handed_over;   // the one before it, with frames in it as long as they are not durable
-    PendingWrite m_write;  // of m_handed_over
+    Batch m_batch;        // being filled
+    Batch m_handed_over;  // the one before it, with frames in it as long as they are not durable
+    PendingIo m_write;    // of m_handed_over
     Ending m_write_ending = Ending::pad;
     int m_write_file = -1;
     uint64_t m_write_number = 0;    // of its segment

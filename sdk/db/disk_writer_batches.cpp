@@ -158,10 +158,10 @@ int DiskWriter::begin_write(Ending ending) {
     m_write_is_first = !m_has_batch;
     m_write_end = m_offset + bytes;
     if (m_has_batch) {
-        m_write.begin(m_file, m_batch.area(), bytes, m_offset);
+        m_write.begin_write(m_file, m_batch.area(), bytes, m_offset);
     } else {
         write_segment_header(m_header, m_batch.buffer.get());
-        m_write.begin(m_file, m_batch.buffer.get(), SEGMENT_START + bytes, 0);
+        m_write.begin_write(m_file, m_batch.buffer.get(), SEGMENT_START + bytes, 0);
     }
     m_offset = m_write_end;
     m_hole = 0;
@@ -188,7 +188,7 @@ bool DiskWriter::settle(int64_t now_us) {
 }
 
 int DiskWriter::finish_write() {
-    const int result = m_write.finish();
+    const int result = static_cast<int>(m_write.finish());
     if (result < 0) {
         give_up_write(result);
         return result;

@@ -94,7 +94,8 @@ int check_regular(mode_t mode) {
 
 int open_flags(FileSystem::Access access) {
     switch (access) {
-        case FileSystem::Access::read: return O_RDONLY;
+        case FileSystem::Access::read:
+        case FileSystem::Access::stream: return O_RDONLY;
         case FileSystem::Access::write: return O_RDWR;
         case FileSystem::Access::create: return O_RDWR | O_CREAT | O_EXCL;
         case FileSystem::Access::lock: return O_RDWR | O_CREAT;
@@ -138,6 +139,10 @@ class RealFileSystem final : public FileSystem {
     void close(int file) override { ::close(file); }
 
     int64_t read(int file, void* out, size_t size, uint64_t offset) override;
+    void announce(int file, uint64_t offset, uint64_t size) override {
+        posix_fadvise(file, static_cast<off_t>(offset), static_cast<off_t>(size),
+                      POSIX_FADV_WILLNEED);
+    }
     int write(int file, const void* data, size_t size, uint64_t offset) override;
     // Not tried again after EINTR: the interrupted call may have taken note of a failed write for
     // good, and the next one would call the file durable.
@@ -177,8 +182,8 @@ int RealFileSystem::open(int folder, const std::string& name, Access access) {
     int error = result(fstat(file, &status));
     if (error == 0) error = check_regular(status.st_mode);
     // O_DIRECT is set only now: an open() that refuses it may have made the file already.
-    const bool wants_direct = access == Access::write || access == Access::create;
-    if (error == 0 && (!wants_direct || fcntl(file, F_SETFL, O_DIRECT) < 0))
+    const bool wants_cache = access == Access::read || access == Access::lock;
+    if (error == 0 && (wants_cache || fcntl(file, F_SETFL, O_DIRECT) < 0))
         error = make_buffered(file);
     if (error == 0) return file;
     ::close(file);

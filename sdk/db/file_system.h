@@ -17,6 +17,7 @@ class FileSystem {
   public:
     enum class Access {
         read,    // an existing file
+        stream,  // as read, large pieces in order: past the page cache where that works
         write,   // an existing file, reading and writing; past the page cache where that works
         create,  // as write, a new file: -EEXIST when there is one
         lock,    // an existing or a new file, reading and writing
@@ -32,6 +33,8 @@ class FileSystem {
 
     // Whole reads: the bytes read, fewer than `size` only at the end of the file.
     virtual int64_t read(int file, void* out, size_t size, uint64_t offset) = 0;
+    // This will be read soon. A hint.
+    virtual void announce(int /*file*/, uint64_t /*offset*/, uint64_t /*size*/) {}
     // Whole writes: 0. Where a file was opened for writing, `data`, `size` and `offset` are
     // multiples of the block size.
     virtual int write(int file, const void* data, size_t size, uint64_t offset) = 0;

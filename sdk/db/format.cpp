@@ -46,7 +46,9 @@ bool valid_size(uint64_t bytes) {
 }
 
 bool sensible(const RecordHeader& header) {
-    if (header.bytes > MAX_SEGMENT_BYTES || header.flags > FLAG_FIRST_OF_BATCH) return false;
+    if (header.bytes > MAX_SEGMENT_BYTES || header.flags > FLAG_FIRST_OF_BATCH ||
+        header.sequence > MAX_SEQUENCE || header.run > MAX_RUN)
+        return false;
     if (!header.is_frame()) return header.kind <= RECORD_DIRECTORY;
     return header.kind <= static_cast<uint8_t>(FrameKind::audio) &&
            header.stream < QMCODEC_STREAMS && header.channel < QMCODEC_CHANNELS;
@@ -90,7 +92,8 @@ bool read_segment_header(const uint8_t* in, SegmentHeader& header) {
     header.mono_us = get<int64_t>(in + 72);
     header.latest_utc_us = get<int64_t>(in + 80);
     header.run = get<uint32_t>(in + 88);
-    return valid_size(header.bytes) && header.number > 0 && header.number <= MAX_SEGMENT_NUMBER;
+    return valid_size(header.bytes) && header.number > 0 && header.number <= MAX_SEGMENT_NUMBER &&
+           header.first_sequence <= MAX_SEQUENCE && header.run <= MAX_RUN;
 }
 
 void seal_record(const RecordHeader& header, uint32_t seed, uint8_t* record) {

@@ -21,6 +21,9 @@ inline constexpr size_t TAIL_BYTES = 16;
 inline constexpr uint64_t MAX_SEGMENT_NUMBER = 9'999'999'999;
 inline constexpr uint64_t MIN_SEGMENT_BYTES = 64 * 1024;
 inline constexpr uint64_t MAX_SEGMENT_BYTES = uint64_t{1} << 30;
+// What goes on counting behind these never wraps.
+inline constexpr uint64_t MAX_SEQUENCE = uint64_t{1} << 62;
+inline constexpr uint32_t MAX_RUN = uint32_t{1} << 31;
 
 struct Identity {
     uint8_t bytes[16] = {};

@@ -36,6 +36,14 @@ uint64_t SegmentIndex::end_of(size_t place) const {
     return place + 1 < m_entries.size() ? m_entries[place + 1].offset() : m_end;
 }
 
+size_t SegmentIndex::reaching_beyond(uint64_t offset) const {
+    if (offset >= m_end) return size();
+    const auto behind = std::partition_point(
+        m_entries.begin(), m_entries.end(),
+        [offset](const IndexEntry& entry) { return entry.offset() <= offset; });
+    return behind == m_entries.begin() ? 0 : static_cast<size_t>(behind - m_entries.begin()) - 1;
+}
+
 size_t SegmentIndex::at_or_behind(uint64_t sequence) const {
     if (sequence <= m_first) return 0;
     const uint64_t ahead = sequence - m_first;

@@ -49,6 +49,8 @@ class SegmentIndex {
 
     // The first place whose sequence number is `sequence` or higher; size() when there is none.
     size_t at_or_behind(uint64_t sequence) const;
+    // The first place whose bytes end behind `offset`; size() when there is none.
+    size_t reaching_beyond(uint64_t offset) const;
     // The first place at which the recording had reached the time; size() when there is none.
     size_t at_time(int64_t utc_us) const;
     // The last key frame with a sequence number of at most `most`; the first with at least `least`.

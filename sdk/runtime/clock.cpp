@@ -39,8 +39,12 @@ const Anchor& anchor() {
     return anchor;
 }
 
+// Nobody waits longer in one go: no time, however far, can overflow.
+constexpr int64_t MOST_WAIT_US = 3'600'000'000;
+
+// Of a time that is not past, or a wait nearer than it.
 Steady::time_point steady_time_of(int64_t board_us) {
-    const int64_t ahead = board_us - anchor().utc;
+    const int64_t ahead = std::min(board_us, now_us() + MOST_WAIT_US) - anchor().utc;
     const int64_t rounded_up = (ahead + anchor().speed - 1) / anchor().speed;
     return Steady::time_point(std::chrono::microseconds(anchor().steady + rounded_up));
 }

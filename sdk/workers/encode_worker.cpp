@@ -2,6 +2,7 @@
 #include "sdk/workers/encode_worker.h"
 
 #include <cstring>
+#include <new>
 
 #include "sdk/board/board.h"
 #include "sdk/runtime/settings.h"
@@ -72,9 +73,15 @@ qm_dbframe* qm_encode_worker::blank(size_t bytes) {
             m_blank_bytes -= frame->capacity;
         }
     }
-    if (!frame) frame = new qm_dbframe;
-    frame->reserve(bytes);
-    return frame;
+    try {
+        if (!frame) frame = new qm_dbframe;
+        frame->reserve(bytes);
+        return frame;
+    } catch (const std::bad_alloc&) {
+        delete frame;
+        note_dropped_frame();
+        return nullptr;
+    }
 }
 
 void qm_encode_worker::recycle(qm_dbframe* frame) {

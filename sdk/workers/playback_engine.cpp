@@ -14,6 +14,8 @@ constexpr int LADDER[] = {1, 2, 4, 8, 16, 32, 64, 128};
 constexpr int TOP_RUNG = 7;
 constexpr int NORMAL_RUNG = 3;
 constexpr int KEYS_ONLY_EIGHTHS = 64;  // from 8 times on
+// Recorded times further apart than 9000 years are none: no difference of them may overflow.
+constexpr int64_t MOST_AHEAD_US = int64_t{1} << 58;
 
 // Frames delivered, and records passed over, before the thread looks at its requests again.
 constexpr int BATCH = 64;
@@ -167,7 +169,11 @@ int64_t qm_playback_engine::run_once() {
 int64_t qm_playback_engine::reached_us() const {
     if (!m_control.playing) return m_anchor_record_us;
     const int64_t passed = sim::now_us() - m_anchor_us;
-    return m_anchor_record_us + passed * LADDER[m_control.rung] / LADDER[NORMAL_RUNG];
+    int64_t reached;
+    return __builtin_add_overflow(m_anchor_record_us,
+                                  passed * LADDER[m_control.rung] / LADDER[NORMAL_RUNG], &reached)
+               ? INT64_MAX
+               : reached;
 }
 
 void qm_playback_engine::anchor_at(int64_t recorded_us) {
@@ -176,7 +182,10 @@ void qm_playback_engine::anchor_at(int64_t recorded_us) {
 }
 
 int64_t qm_playback_engine::due_us(int64_t recorded_us) const {
-    const int64_t ahead = recorded_us - m_anchor_record_us;
+    int64_t ahead;
+    if (__builtin_sub_overflow(recorded_us, m_anchor_record_us, &ahead))
+        ahead = recorded_us < m_anchor_record_us ? -MOST_AHEAD_US : MOST_AHEAD_US;
+    ahead = std::clamp(ahead, -MOST_AHEAD_US, MOST_AHEAD_US);
     return m_anchor_us + ahead * LADDER[NORMAL_RUNG] / LADDER[m_control.rung];
 }
 

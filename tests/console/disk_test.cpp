@@ -2,6 +2,7 @@
 // it ended, and what the operator hears when the disk does not work.
 #include <gtest/gtest.h>
 #include <sys/prctl.h>
+#include <sys/resource.h>
 #include <sys/stat.h>
 
 #include <linux/capability.h>
@@ -86,7 +87,32 @@ class DiskSession : public testing::Test {
     TempDir m_folder;
 };
 
+// Files of this process, and of the programs that it starts meanwhile, are no larger.
+class FileSizeLimit {
+  public:
+    explicit FileSizeLimit(rlim_t bytes) {
+        getrlimit(RLIMIT_FSIZE, &m_before);
+        const rlimit now = {bytes, m_before.rlim_max};
+        setrlimit(RLIMIT_FSIZE, &now);
+    }
+    ~FileSizeLimit() { setrlimit(RLIMIT_FSIZE, &m_before); }
+
+  private:
+    rlimit m_before = {};
+};
+
 using DiskSessionLong = DiskSession;
+
+TEST_F(DiskSession, LivesOnWhenItsFilesMayNotBeSoLarge) {
+    const FileSizeLimit limit(100'000);
+    DiskProgram recorder(m_folder);
+    recorder.type("ENCODE 0\n");
+    EXPECT_GE(recorder.recorded(SOME), SOME);
+    EXPECT_EQ(recorder.leave(), 0);
+    EXPECT_EQ(recorder.said().find("qm7105 board: database 'recordings/main.ini': segment 1 cannot "
+                                   "be written: File too large; the frames wait\n"),
+              0u);
+}
 
 }  // namespace
 

@@ -279,7 +279,7 @@ int CrashFiles::open(int handle, const std::string& name, Access access) {
         if (access == Access::create) return -EEXIST;
         return new_handle({opened(handle)->folder, it->second, access, false});
     }
-    if (access == Access::read || access == Access::write) return -ENOENT;
+    if (access != Access::create && access != Access::lock) return -ENOENT;
     tell({FileChange::Kind::create, name});
     const int number = m_next_file++;
     m_files[number];

@@ -81,6 +81,15 @@ TEST(Alarm, ReturnsAtItsDeadlineOnTheRealClock) {
     EXPECT_GE(sim::now_us(), deadline);
 }
 
+TEST(Alarm, WaitsForAnyTimeHoweverFar) {
+    for (const int64_t deadline : {sim::NEVER - 1, int64_t{1} << 61}) {
+        sim::Alarm alarm;
+        std::thread ringer([&alarm] { alarm.ring(); });
+        alarm.wait_until(deadline);
+        ringer.join();
+    }
+}
+
 TEST(Alarm, IsRungFromAnotherThread) {
     sim::Alarm alarm;
     std::thread ringer([&] { alarm.ring(); });

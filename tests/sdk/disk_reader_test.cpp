@@ -3,6 +3,7 @@
 #include "sdk/db/disk_reader.h"
 
 #include <gtest/gtest.h>
+#include <sys/stat.h>
 
 #include <cstdio>
 #include <filesystem>
@@ -59,6 +60,12 @@ class DiskReader : public ::testing::Test {
     std::string why;
     std::unique_ptr<sim::DiskReader> reader;
 };
+
+TEST_F(DiskReader, SaysWhyItCannotRead) {
+    ASSERT_EQ(mkdir(dir.file("db.ini").c_str(), 0750), 0);
+    EXPECT_FALSE(sim::DiskReader::open(files, dir.file("db.ini"), why));
+    EXPECT_EQ(why, "cannot be read: Is a directory");
+}
 
 TEST_F(DiskReader, SaysWhatIsNotThere) {
     EXPECT_FALSE(sim::DiskReader::open(files, dir.file("db.ini"), why));

@@ -134,6 +134,8 @@ TEST(SegmentHeader, IsRefusedWhenItIsNotOfThisFormatAlthoughItsChecksumHolds) {
     EXPECT_FALSE(header_read_with(51, 0));     // 0 bytes
     EXPECT_FALSE(header_read_with(51, 0x41));  // more than 1 GiB
     EXPECT_FALSE(header_read_with(44, 3));     // a number of eleven digits
+    EXPECT_FALSE(header_read_with(63, 0x41));  // a sequence number above 2^62
+    EXPECT_FALSE(header_read_with(91, 0x81));  // a run above 2^31
 }
 
 constexpr uint32_t SEED = 0x5eed5eed;
@@ -215,6 +217,16 @@ TEST(Record, IsRefusedWithAnyBitOfItsHeaderFlipped) {
         bytes[bit / 8] ^= static_cast<uint8_t>(1 << bit % 8);
     }
     EXPECT_TRUE(read_record_header(bytes.data(), SEED, header));
+}
+
+TEST(Record, IsRefusedWhenNumbersBehindItWouldWrap) {
+    RecordHeader header;
+    for (const size_t highest_byte : {size_t{23}, size_t{43}}) {  // sequence number, run
+        Bytes fields = SAMPLE_FIELDS;
+        fields[highest_byte] = 0x81;
+        const Bytes bytes = record_of(fields, SAMPLE_PAYLOAD, SEED);
+        EXPECT_FALSE(read_record_header(bytes.data(), SEED, header)) << highest_byte;
+    }
 }
 
 TEST(Record, IsRefusedInAnotherSegment) {

@@ -3,6 +3,7 @@
 
 #include <memory>
 
+#include "sdk/db/stream_db.h"
 #include "tests/support/sim_session.h"
 
 namespace {
@@ -474,6 +475,24 @@ TEST_F(Playback, GoesOnWithKeyFramesWhenTheRingOvertakesIt) {
     }
     EXPECT_EQ(sim::playback_report(player).damaged, 0u);
     EXPECT_GE(player.current_time.Seconds(), START_US / SECOND_US + 7);
+}
+
+TEST_F(Playback, PlaysRecordedTimesHoweverFarApart) {
+    finish_recording();
+    sim::StreamDb* store = sim::StreamDb::of(db);
+    store->begin_writing();
+    for (const int64_t time_us : {INT64_MAX, INT64_MIN, INT64_MAX}) {
+        qm_dbframe frame;
+        frame.info.kind = sim::FrameKind::idr;
+        frame.info.time_us = time_us;
+        ASSERT_EQ(store->append(frame), sim::StreamDb::Appended::stored);
+    }
+    store->end_writing();
+    start_player();
+    ask(PB_STATE_FORWARD);
+    step_seconds(60);
+    EXPECT_EQ(total(0), 2);  // the third is due in some thousand years
+    EXPECT_EQ(state(), PB_STATE_FORWARD);
 }
 
 TEST_F(Playback, MayBeStoppedTwiceAndStartsAgainPausedOnTheFirstFrame) {

@@ -79,7 +79,8 @@ TEST_P(AnyStreamDb, GivesBackWhatWasAppended) {
     StreamDb* db = create();
     ASSERT_TRUE(open(db, 1));
     db->begin_writing();
-    for (uint32_t n = 0; n < 40; ++n) ASSERT_EQ(db->append(frame_of(n, 10 * n + 1)), Appended::stored);
+    for (uint32_t n = 0; n < 40; ++n)
+        ASSERT_EQ(db->append(frame_of(n, 10 * n + 1)), Appended::stored);
     db->commit();
     EXPECT_EQ(db->first(), 0u);
     EXPECT_EQ(db->end(), 40u);

@@ -1,4 +1,5 @@
 // qmtool: looks into databases on disk. Command line and help; the commands stand in their files.
+#include <csignal>
 #include <cstdio>
 #include <cstring>
 #include <new>
@@ -144,6 +145,7 @@ const char* state_text(sim::IniState state) {
 }
 
 int main(int argc, char** argv) {
+    signal(SIGXFSZ, SIG_IGN);  // a limit of file sizes is an error of the output, told as such
     int status = STATUS_CANNOT;
     try {
         status = run(argc, argv);

@@ -1,5 +1,5 @@
-// A write that goes on beside its owner, on a thread and without one.
-#include "sdk/db/pending_write.h"
+// Writes and reads that go on beside their owner, on a thread and without one.
+#include "sdk/db/pending_io.h"
 
 #include <gtest/gtest.h>
 
@@ -21,6 +21,11 @@ class SlowFiles : public ReadOnlyFiles {
         writer = std::this_thread::get_id();
         done += "write " + std::to_string(size) + " at " + std::to_string(offset) + ". ";
         return write_result;
+    }
+    int64_t read(int, void* out, size_t size, uint64_t offset) override {
+        done += "read " + std::to_string(size) + " at " + std::to_string(offset) + ". ";
+        *static_cast<uint8_t*>(out) = 77;
+        return 5;
     }
     int sync(int file) override {
         done += "sync " + std::to_string(file) + ". ";
@@ -45,56 +50,64 @@ class SlowFiles : public ReadOnlyFiles {
 
 const uint8_t DATA[16] = {};
 
-class PendingWrite : public testing::TestWithParam<bool> {
+class PendingIo : public testing::TestWithParam<bool> {
   protected:
     SlowFiles files;
-    sim::PendingWrite write{files, GetParam()};
+    sim::PendingIo io{files, GetParam()};
 };
 
-TEST_P(PendingWrite, WritesAndSyncs) {
-    EXPECT_FALSE(write.pending());
-    write.begin(7, DATA, 16, 4096);
-    EXPECT_TRUE(write.pending());
-    EXPECT_EQ(write.finish(), 0);
-    EXPECT_FALSE(write.pending());
-    write.begin(8, DATA, 8, 0);
-    EXPECT_EQ(write.finish(), 0);
+TEST_P(PendingIo, WritesAndSyncs) {
+    EXPECT_FALSE(io.pending());
+    io.begin_write(7, DATA, 16, 4096);
+    EXPECT_TRUE(io.pending());
+    EXPECT_EQ(io.finish(), 0);
+    EXPECT_FALSE(io.pending());
+    io.begin_write(8, DATA, 8, 0);
+    EXPECT_EQ(io.finish(), 0);
     EXPECT_EQ(files.done, "write 16 at 4096. sync 7. write 8 at 0. sync 8. ");
 }
 
-TEST_P(PendingWrite, DoesNotSyncAfterAFailedWrite) {
+TEST_P(PendingIo, DoesNotSyncAfterAFailedWrite) {
     files.write_result = -EIO;
-    write.begin(7, DATA, 16, 0);
-    EXPECT_EQ(write.finish(), -EIO);
+    io.begin_write(7, DATA, 16, 0);
+    EXPECT_EQ(io.finish(), -EIO);
     EXPECT_EQ(files.done, "write 16 at 0. ");
 }
 
-TEST_P(PendingWrite, TellsOfAFailedSyncOnce) {
+TEST_P(PendingIo, TellsOfAFailedSyncOnce) {
     files.sync_result = -ENOSPC;
-    write.begin(7, DATA, 16, 0);
-    EXPECT_EQ(write.finish(), -ENOSPC);
+    io.begin_write(7, DATA, 16, 0);
+    EXPECT_EQ(io.finish(), -ENOSPC);
     files.sync_result = 0;
-    write.begin(7, DATA, 16, 0);
-    EXPECT_EQ(write.finish(), 0);
+    io.begin_write(7, DATA, 16, 0);
+    EXPECT_EQ(io.finish(), 0);
 }
 
-INSTANTIATE_TEST_SUITE_P(WithAndWithoutAThread, PendingWrite, testing::Bool());
+TEST_P(PendingIo, Reads) {
+    uint8_t out[8] = {};
+    io.begin_read(9, out, 8, 512);
+    EXPECT_EQ(io.finish(), 5);
+    EXPECT_EQ(files.done, "read 8 at 512. ");
+    EXPECT_EQ(out[0], 77);
+}
 
-TEST(PendingWriteOnAThread, LetsItsOwnerGoOn) {
+INSTANTIATE_TEST_SUITE_P(WithAndWithoutAThread, PendingIo, testing::Bool());
+
+TEST(PendingIoOnAThread, LetsItsOwnerGoOn) {
     SlowFiles files;
-    sim::PendingWrite write(files, true);
+    sim::PendingIo io(files, true);
     files.hold(true);
-    write.begin(7, DATA, 16, 0);  // would never return if it waited
+    io.begin_write(7, DATA, 16, 0);  // would never return if it waited
     files.hold(false);
-    EXPECT_EQ(write.finish(), 0);
+    EXPECT_EQ(io.finish(), 0);
     EXPECT_NE(files.writer, std::this_thread::get_id());
 }
 
-TEST(PendingWriteOnAThread, IsDoneBeforeItEnds) {
+TEST(PendingIoOnAThread, IsDoneBeforeItEnds) {
     SlowFiles files;
     {
-        sim::PendingWrite write(files, true);
-        write.begin(7, DATA, 16, 0);
+        sim::PendingIo io(files, true);
+        io.begin_write(7, DATA, 16, 0);
     }
     EXPECT_EQ(files.done, "write 16 at 0. sync 7. ");
 }

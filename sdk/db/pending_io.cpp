@@ -1,12 +1,12 @@
-// The thread that writes behind a recorder.
-#include "sdk/db/pending_write.h"
+// The thread that writes behind a recorder and reads ahead of a reader.
+#include "sdk/db/pending_io.h"
 
 #include <new>
 #include <system_error>
 
 namespace sim {
 
-PendingWrite::~PendingWrite() {
+PendingIo::~PendingIo() {
     if (!m_thread.joinable()) return;
     {
         std::lock_guard lock(m_mutex);
@@ -16,8 +16,8 @@ PendingWrite::~PendingWrite() {
     m_thread.join();
 }
 
-// Made with the first write. Without one everything still works, only slower.
-bool PendingWrite::has_thread() {
+// Made when it is first needed. Without one everything still works, only slower.
+bool PendingIo::has_thread() {
     if (!m_own_thread || m_thread.joinable()) return m_own_thread;
     try {
         m_thread = std::thread([this] { run(); });
@@ -27,14 +27,22 @@ bool PendingWrite::has_thread() {
     return m_thread.joinable();
 }
 
-int PendingWrite::do_now(const Job& job) {
+int64_t PendingIo::do_now(const Job& job) {
+    if (job.out) return m_files.read(job.file, job.out, job.size, job.offset);
     const int written = m_files.write(job.file, job.data, job.size, job.offset);
     return written < 0 ? written : m_files.sync(job.file);
 }
 
-void PendingWrite::begin(int file, const uint8_t* data, size_t size, uint64_t offset) {
+void PendingIo::begin_write(int file, const uint8_t* data, size_t size, uint64_t offset) {
+    begin({file, data, nullptr, size, offset});
+}
+
+void PendingIo::begin_read(int file, uint8_t* out, size_t size, uint64_t offset) {
+    begin({file, nullptr, out, size, offset});
+}
+
+void PendingIo::begin(const Job& job) {
     m_pending = true;
-    const Job job{file, data, size, offset};
     if (!has_thread()) {
         m_result = do_now(job);
         return;
@@ -47,7 +55,7 @@ void PendingWrite::begin(int file, const uint8_t* data, size_t size, uint64_t of
     m_changed.notify_all();
 }
 
-int PendingWrite::finish() {
+int64_t PendingIo::finish() {
     m_pending = false;
     std::unique_lock lock(m_mutex);
     m_changed.wait(lock, [this] { return !m_to_do; });
@@ -55,14 +63,14 @@ int PendingWrite::finish() {
 }
 
 // What is pending when it is to end is done first.
-void PendingWrite::run() {
+void PendingIo::run() {
     std::unique_lock lock(m_mutex);
     for (;;) {
         m_changed.wait(lock, [this] { return m_to_do || m_ends; });
         if (!m_to_do) return;
         const Job job = m_job;
         lock.unlock();
-        const int result = do_now(job);
+        const int64_t result = do_now(job);
         lock.lock();
         m_result = result;
         m_to_do = false;
