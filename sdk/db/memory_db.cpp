@@ -110,7 +110,8 @@ bool MemoryStore::append(const qm_dbframe& frame) {
     while (video && m_video >= m_max_video) drop_oldest();
     if (m_records.empty()) m_write = 0;
     const size_t offset = make_room(frame.info.bytes);
-    memcpy(m_ring.get() + offset, frame.payload.get(), frame.info.bytes);
+    if (frame.info.bytes > 0)
+        memcpy(m_ring.get() + offset, frame.payload.get(), frame.info.bytes);
     m_records.push_back({frame.info, offset});
     m_records.back().info.run = m_run;
     m_write = offset + frame.info.bytes;
