@@ -143,7 +143,8 @@ bool MemoryStore::read(uint64_t number, qm_dbframe& out) {
     if (!record) return false;
     out.info = record->info;
     out.reserve(record->info.bytes);
-    memcpy(out.payload.get(), m_ring.get() + record->offset, record->info.bytes);
+    if (record->info.bytes > 0)
+        memcpy(out.payload.get(), m_ring.get() + record->offset, record->info.bytes);
     return true;
 }
 
