@@ -14,6 +14,8 @@ constexpr int LADDER[] = {1, 2, 4, 8, 16, 32, 64, 128};
 constexpr int TOP_RUNG = 7;
 constexpr int NORMAL_RUNG = 3;
 constexpr int KEYS_ONLY_EIGHTHS = 64;  // from 8 times on
+// What nobody wants is passed over no sooner: a request that wants it finds it near.
+constexpr int64_t LOOK_AHEAD_US = 1'000'000;
 // Recorded times further apart than 9000 years are none: no difference of them may overflow.
 constexpr int64_t MOST_AHEAD_US = int64_t{1} << 58;
 
@@ -203,6 +205,7 @@ int64_t qm_playback_engine::play() {
         const Fetched fetched = fetch_ahead();
         if (fetched == Fetched::end) return wait_at_end();
         if (fetched == Fetched::not_yet) return sim::now_us();
+        if (fetched == Fetched::later) return m_look_again_us;
         m_db->watch(nullptr);
         // Between two runs no time passes.
         if (m_ahead.info.run != m_run) m_anchored = false;
@@ -263,7 +266,12 @@ qm_playback_engine::Fetched qm_playback_engine::fetch_ahead() {
             m_anchored = true;
             m_run = info.run;
         }
-        if (!wanted(info, m_scan)) continue;
+        if (!wanted(info, m_scan)) {
+            if (!m_anchored || info.run != m_run) continue;
+            m_look_again_us = due_us(info.time_us) - LOOK_AHEAD_US;
+            if (m_look_again_us > sim::now_us()) return Fetched::later;
+            continue;
+        }
         if (m_db->read(m_scan, m_ahead)) break;
     }
     m_ahead_number = m_scan++;

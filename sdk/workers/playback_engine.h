@@ -55,7 +55,7 @@ class qm_playback_engine {
     int64_t play();
     void step();
     void skip_what_the_ring_dropped();
-    enum class Fetched { frame, end, not_yet };
+    enum class Fetched { frame, end, not_yet, later };
     Fetched fetch_ahead();
     int64_t wait_at_end();
     void put_back();
@@ -81,6 +81,7 @@ class qm_playback_engine {
     bool m_at_end = false;  // stopped at the end of a finished recording
     sim::StreamDb* m_db = nullptr;
     uint64_t m_scan = 0;                     // records before it were considered
+    int64_t m_look_again_us = 0;             // when it is time to pass over the one there
     uint64_t m_next[QMCODEC_CHANNELS] = {};  // the channel's records before it were delivered
     bool m_key_needed[QMCODEC_CHANNELS] = {};
     uint32_t m_key_number[QMCODEC_CHANNELS] = {};  // of the last key frame delivered
