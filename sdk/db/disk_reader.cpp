@@ -345,6 +345,7 @@ bool DiskReader::read_entry(Loaded& loaded, size_t entry, qm_dbframe& out) {
 }
 
 bool DiskReader::read(uint64_t n, qm_dbframe& out) {
+    if (m_load_soon != 0) load_ahead();
     size_t place = 0;
     size_t entry = 0;
     if (!locate(n, place, entry)) return false;

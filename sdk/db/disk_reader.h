@@ -86,6 +86,7 @@ class DiskReader {
     void read_ini();
     int open_file(uint64_t number);
     int open_header(uint64_t number, SegmentHeader& header);
+    size_t place_of(uint64_t number) const;
     bool list_segments();
     void keep_listed(std::vector<Segment>& listed);
     bool settle();
@@ -121,7 +122,8 @@ class DiskReader {
     bool reads_on(const Loaded& loaded, uint64_t offset) const;
     const uint8_t* streamed(const Loaded& loaded, uint64_t offset, size_t wanted);
     bool stream_from(uint64_t number, uint64_t offset, uint64_t end);
-    bool stream_on(const Loaded& loaded);
+    bool stream_on();
+    void load_ahead();
     void announce_ending(uint64_t number);
     const uint8_t* bytes_at(Loaded& loaded, uint64_t offset, size_t wanted, size_t& got);
     const uint8_t* header_at(Loaded& loaded, size_t entry, size_t wanted, RecordHeader& header,
@@ -161,6 +163,7 @@ class DiskReader {
     uint64_t m_read_on = 0;      // bytes of records that were read one after the other
     ReadAhead m_stream;          // when they are many
     uint64_t m_announced = 0;    // number of the segment whose ending was announced last
+    uint64_t m_load_soon = 0;    // number of the segment that is needed next; 0 for none
     uint8_t m_record[RECORD_BYTES] = {};
 };
 

@@ -59,6 +59,14 @@ int DiskReader::open_header(uint64_t number, SegmentHeader& header) {
     return -EINVAL;
 }
 
+size_t DiskReader::place_of(uint64_t number) const {
+    const auto found = std::partition_point(
+        m_segments.begin(), m_segments.end(),
+        [number](const Segment& segment) { return segment.number < number; });
+    if (found == m_segments.end() || found->number != number) return NONE;
+    return static_cast<size_t>(found - m_segments.begin());
+}
+
 // Reads the folder anew. False when that is not possible; then all stays as it was.
 bool DiskReader::list_segments() {
     std::vector<std::string> names;
@@ -337,10 +345,8 @@ bool DiskReader::still_there(Loaded& loaded) {
 }
 
 void DiskReader::unload(Loaded* loaded) {
-    const auto segment = std::partition_point(
-        m_segments.begin(), m_segments.end(),
-        [loaded](const Segment& other) { return other.number < loaded->number; });
-    if (segment != m_segments.end() && segment->loaded == loaded) segment->loaded = nullptr;
+    const size_t place = place_of(loaded->number);
+    if (place != NONE && m_segments[place].loaded == loaded) m_segments[place].loaded = nullptr;
     std::erase_if(m_loaded, [loaded](const auto& other) { return other.get() == loaded; });
 }
 

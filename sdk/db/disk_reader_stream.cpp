@@ -18,7 +18,7 @@ const uint8_t* DiskReader::streamed(const Loaded& loaded, uint64_t offset, size_
     const uint8_t* bytes = m_stream.at(loaded.number, offset, wanted);
     if (!bytes && stream_from(loaded.number, offset, loaded.index.end()))
         bytes = m_stream.at(loaded.number, offset, wanted);
-    while (bytes && m_stream.has_room() && stream_on(loaded)) {
+    while (bytes && m_stream.has_room() && stream_on()) {
     }
     return bytes;
 }
@@ -33,23 +33,31 @@ bool DiskReader::stream_from(uint64_t number, uint64_t offset, uint64_t end) {
     return m_stream.begin(offset, end);
 }
 
-// Begins with what comes behind all that is on its way: the rest of this segment, else the start of
+// Begins with what comes behind all that is on its way: the rest of its segment, else the start of
 // the next one, unless that is still being written. Further pieces of it wait until its records are
 // known.
-bool DiskReader::stream_on(const Loaded& loaded) {
-    if (m_stream.number() != loaded.number) return false;
-    const auto next = std::partition_point(
-        m_segments.begin(), m_segments.end(),
-        [&loaded](const Segment& segment) { return segment.number <= loaded.number; });
-    const auto place = static_cast<size_t>(next - m_segments.begin());
-    const bool has_next = m_newest != NONE && place < m_newest;
+bool DiskReader::stream_on() {
+    const size_t place = place_of(m_stream.number());
+    if (place == NONE || !m_segments[place].loaded) return false;
+    const Loaded& loaded = *m_segments[place].loaded;
+    const bool has_next = m_newest != NONE && place + 1 < m_newest;
+    const uint64_t next = has_next ? m_segments[place + 1].number : 0;
     const uint64_t end = m_stream.end();
-    if (end >= loaded.index.end())
-        return has_next && stream_from(next->number, 0, ReadAhead::PIECE_BYTES);
-    if (has_next) announce_ending(next->number);
+    if (end >= loaded.index.end()) {
+        m_load_soon = next;
+        return has_next && stream_from(next, 0, ReadAhead::PIECE_BYTES);
+    }
+    if (has_next) announce_ending(next);
     const size_t entry = loaded.index.reaching_beyond(end);
     return entry < loaded.index.size() &&
            stream_from(loaded.number, loaded.index.entry(entry).offset(), loaded.index.end());
+}
+
+// Loads the segment that the stream has come to, while pieces are on their way.
+void DiskReader::load_ahead() {
+    const size_t place = place_of(m_load_soon);
+    m_load_soon = 0;
+    if (place != NONE && good(place)) load(place);
 }
 
 // The next segment is to be loaded without waiting for the disk.

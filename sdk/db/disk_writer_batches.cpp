@@ -161,7 +161,8 @@ int DiskWriter::begin_write(Ending ending) {
         m_write.begin_write(m_file, m_batch.area(), bytes, m_offset);
     } else {
         write_segment_header(m_header, m_batch.buffer.get());
-        m_write.begin_write(m_file, m_batch.buffer.get(), SEGMENT_START + bytes, 0);
+        m_write.begin_write(m_file, m_batch.buffer.get(), SEGMENT_START + bytes, 0,
+                            m_segments->folder());
     }
     m_offset = m_write_end;
     m_hole = 0;
@@ -193,6 +194,7 @@ int DiskWriter::finish_write() {
         give_up_write(result);
         return result;
     }
+    if (m_write_is_first) m_segments->keep();
     m_failing = m_suspect = false;
     m_handed_over.clear();
     if (m_batch.frames == 0) m_due_us = INT64_MAX;

@@ -29,16 +29,19 @@ bool PendingIo::has_thread() {
 
 int64_t PendingIo::do_now(const Job& job) {
     if (job.out) return m_files.read(job.file, job.out, job.size, job.offset);
-    const int written = m_files.write(job.file, job.data, job.size, job.offset);
-    return written < 0 ? written : m_files.sync(job.file);
+    int result = m_files.write(job.file, job.data, job.size, job.offset);
+    if (result == 0) result = m_files.sync(job.file);
+    if (result == 0 && job.folder >= 0) result = m_files.sync_folder(job.folder);
+    return result;
 }
 
-void PendingIo::begin_write(int file, const uint8_t* data, size_t size, uint64_t offset) {
-    begin({file, data, nullptr, size, offset});
+void PendingIo::begin_write(int file, const uint8_t* data, size_t size, uint64_t offset,
+                            int folder) {
+    begin({file, data, nullptr, size, offset, folder});
 }
 
 void PendingIo::begin_read(int file, uint8_t* out, size_t size, uint64_t offset) {
-    begin({file, nullptr, out, size, offset});
+    begin({file, nullptr, out, size, offset, -1});
 }
 
 void PendingIo::begin(const Job& job) {

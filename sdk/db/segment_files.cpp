@@ -235,6 +235,7 @@ int SegmentFiles::make(uint64_t number, uint64_t bytes, uint64_t ring) {
     m_leftovers.reserve(m_leftovers.size() + 2);
     const std::string name = segment_name(m_name, number);
     m_old_seed = 0;
+    m_taken_over_bytes = 0;
     int result = remove_leftovers();
     const uint64_t given_bytes = m_given_bytes;
     while (result >= 0 && m_numbers.size() > ring) result = remove_oldest();
@@ -245,7 +246,6 @@ int SegmentFiles::make(uint64_t number, uint64_t bytes, uint64_t ring) {
     result = full || short_of ? recycle(number, bytes) : create(name, bytes);
     if (no_room(result)) result = make_room(result, number, bytes);
     if (result < 0) return result;
-    m_given_bytes = 0;
     m_files.lock(result);
     m_numbers.push_back(number);
     m_next = number + 1;
@@ -271,7 +271,6 @@ int SegmentFiles::create(const std::string& name, uint64_t bytes) {
     Opened file(m_files, m_files.open(m_folder, name, FileSystem::Access::create));
     if (file.get() < 0) return file.get();
     int result = m_files.allocate(file.get(), bytes);
-    if (result == 0) result = m_files.sync_folder(m_folder);
     if (result == 0) return file.release();
     const uint64_t number = segment_number(m_name, name);
     if (m_files.remove(m_folder, name) < 0) m_leftovers.push_back(number);
@@ -312,11 +311,8 @@ int SegmentFiles::take_over(int file, uint64_t old_number, uint64_t number, uint
     if (result == 0) result = m_files.rename(m_folder, segment_name(m_name, old_number), name);
     if (result < 0) return result;
     drop_first();
-    result = m_files.sync_folder(m_folder);
-    if (result == 0) return 0;
-    m_given_bytes += bytes;
-    if (m_files.remove(m_folder, name) < 0) m_leftovers.push_back(number);
-    return result;
+    m_taken_over_bytes = bytes;
+    return 0;
 }
 
 void SegmentFiles::use_first(uint64_t number) {
@@ -361,6 +357,8 @@ int SegmentFiles::remove_leftovers() {
 
 void SegmentFiles::discard(uint64_t number) {
     std::erase(m_numbers, number);
+    m_given_bytes += m_taken_over_bytes;
+    m_taken_over_bytes = 0;
     int result = -ENOMEM;
     try {
         result = m_files.remove(m_folder, segment_name(m_name, number));
@@ -379,6 +377,7 @@ int SegmentFiles::trial() {
         result = file.get();
         if (result >= 0) result = m_files.write(file.get(), block.bytes, BLOCK_BYTES, 0);
         if (result >= 0) result = m_files.sync(file.get());
+        if (result >= 0) result = m_files.sync_folder(m_folder);
     }
     m_files.remove(m_folder, name);
     return result < 0 && !no_room(result) ? result : 0;

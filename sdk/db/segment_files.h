@@ -47,9 +47,13 @@ class SegmentFiles {
     // Brings the .ini file up to date when it says something else. A failure is made good later.
     void keep_ini(uint64_t segment_bytes, uint64_t ring_segments);
 
-    // The file of a new segment, allocated, its name durable; or -errno, and then nothing of it is
-    // left. The oldest segment gives way when there are `ring` already or room is short.
+    // The file of a new segment, allocated; or -errno, and then nothing of it is left. The oldest
+    // segment gives way when there are `ring` already or room is short. Its name is durable when
+    // folder() is synced; then keep() or discard() follows.
     int make(uint64_t number, uint64_t bytes, uint64_t ring);
+    int folder() const { return m_folder; }
+    // The segment that was made holds something durable.
+    void keep() { m_given_bytes = 0; }
     // The seed of what the file held before make(); 0 for a new file.
     uint32_t old_seed() const { return m_old_seed; }
     // The segment holds nothing: its file is the first to be used again.
@@ -91,7 +95,8 @@ class SegmentFiles {
     std::string m_ini;                  // what the .ini file says
     std::vector<uint64_t> m_numbers;    // of the segments there are, the next to give way first
     size_t m_blanks = 0;                // files at their front that are no segments
-    uint64_t m_given_bytes = 0;         // of segments given up since one could be made
+    uint64_t m_given_bytes = 0;         // of segments given up since one could be kept
+    uint64_t m_taken_over_bytes = 0;    // of an older segment, for the one made last
     std::vector<uint64_t> m_leftovers;  // of files that could not be removed
     uint64_t m_next = 1;
     uint32_t m_old_seed = 0;
