@@ -29,9 +29,9 @@ bool PendingIo::has_thread() {
 
 int64_t PendingIo::do_now(const Job& job) {
     if (job.out) return m_files.read(job.file, job.out, job.size, job.offset);
-    int result = m_files.write(job.file, job.data, job.size, job.offset);
-    if (result == 0) result = m_files.sync(job.file);
-    if (result == 0 && job.folder >= 0) result = m_files.sync_folder(job.folder);
+    int result = job.folder >= 0 ? m_files.sync_folder(job.folder) : 0;
+    if (result >= 0) result = m_files.write(job.file, job.data, job.size, job.offset);
+    if (result >= 0) result = m_files.sync(job.file);
     return result;
 }
 

@@ -18,7 +18,7 @@ class PendingIo {
     ~PendingIo();  // waits for what is pending
 
     // Nothing may be pending. `data` stays as it is, `out` is left alone, until finish().
-    // With `folder` the names in it become durable as well.
+    // With `folder` the names in it become durable before.
     void begin_write(int file, const uint8_t* data, size_t size, uint64_t offset, int folder = -1);
     void begin_read(int file, uint8_t* out, size_t size, uint64_t offset);
     bool pending() const { return m_pending; }
@@ -33,7 +33,7 @@ class PendingIo {
         uint8_t* out = nullptr;  // or null to write
         size_t size = 0;
         uint64_t offset = 0;
-        int folder = -1;  // to be synced after a write
+        int folder = -1;  // to be synced before a write
     };
 
     void begin(const Job& job);
