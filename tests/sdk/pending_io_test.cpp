@@ -31,6 +31,10 @@ class SlowFiles : public ReadOnlyFiles {
         done += "sync " + std::to_string(file) + ". ";
         return sync_result;
     }
+    int sync_folder(int folder) override {
+        done += "sync folder " + std::to_string(folder) + ". ";
+        return folder_result;
+    }
 
     void hold(bool held) {
         std::lock_guard lock(m_mutex);
@@ -38,7 +42,7 @@ class SlowFiles : public ReadOnlyFiles {
         m_changed.notify_all();
     }
 
-    int write_result = 0, sync_result = 0;
+    int write_result = 0, sync_result = 0, folder_result = 0;
     std::string done;
     std::thread::id writer;
 
@@ -72,6 +76,17 @@ TEST_P(PendingIo, DoesNotSyncAfterAFailedWrite) {
     io.begin_write(7, DATA, 16, 0);
     EXPECT_EQ(io.finish(), -EIO);
     EXPECT_EQ(files.done, "write 16 at 0. ");
+}
+
+TEST_P(PendingIo, MakesNamesDurableBeforeItWrites) {
+    io.begin_write(7, DATA, 16, 0, 3);
+    EXPECT_EQ(io.finish(), 0);
+    EXPECT_EQ(files.done, "sync folder 3. write 16 at 0. sync 7. ");
+    files.done.clear();
+    files.folder_result = -EIO;
+    io.begin_write(7, DATA, 16, 0, 3);
+    EXPECT_EQ(io.finish(), -EIO);
+    EXPECT_EQ(files.done, "sync folder 3. ");
 }
 
 TEST_P(PendingIo, TellsOfAFailedSyncOnce) {
