@@ -152,15 +152,21 @@ int SegmentFiles::find_newest(Newest& newest, size_t& place) {
     for (; place > 0; --place) {
         const uint64_t number = m_numbers[place - 1];
         const Opened file(m_files, open_existing(number));
-        uint8_t first;
+        Block headers[2];
         int64_t result = file.get();
-        if (result >= 0) result = m_files.read(file.get(), &first, 1, 0);
+        if (result >= 0) result = m_files.read(file.get(), headers, sizeof headers, 0);
         const bool readable = result >= 0;
         // The lock file was removed under a recorder: the lock on its segment is still there.
         if (readable && m_files.locked(file.get()) == 1) return -EAGAIN;
         if (!readable && !no_file(static_cast<int>(result)))
             newest.error = static_cast<int>(result);
-        if (!readable || !load_segment_header(m_files, file.get(), number, newest.header)) continue;
+        const auto is_header = [number, &newest](const Block& block) {
+            return read_segment_header(block.bytes, newest.header) &&
+                   newest.header.number == number;
+        };
+        if (!readable || result < static_cast<int64_t>(sizeof headers) ||
+            std::none_of(std::begin(headers), std::end(headers), is_header))
+            continue;
         newest.found = true;
         break;
     }

@@ -4,8 +4,10 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <chrono>
 #include <filesystem>
 #include <memory>
+#include <thread>
 
 #include "sdk/db/disk_writer.h"
 #include "tests/proof/proof.h"
@@ -195,6 +197,9 @@ void FullDisk::record_when_full(uint64_t frames) {
         // Of the batch that is being written the recorder learns later than a reader.
         const uint64_t durable = recorder.writer().durable_sequence();
         const uint64_t next = recorder.writer().next_sequence();
+        // A segment whose number is not the next one is found in the folder, now and then.
+        for (int wait = 0; wait < 100 && reader && reader->end() < durable; ++wait)
+            std::this_thread::sleep_for(std::chrono::milliseconds(20));
         if (reader)
             m_proof.check(durable <= reader->end() && reader->end() <= next,
                           "a reader sees the end at %llu, not from %llu to %llu",
