@@ -2,12 +2,13 @@
 #include "sdk/board/board.h"
 
 #include <algorithm>
+#include <new>
 
 #include "sdk/db/db_registry.h"
 #include "sdk/runtime/settings.h"
 #include "sdk/runtime/thread_state.h"
 #include "sdk/video/audio_tone.h"
-#include "sdk/video/payload.h"
+#include "sdk/video/mix.h"
 
 namespace sim {
 
@@ -20,7 +21,20 @@ constexpr int FAILED = -1;
 
 // Whether the `drop` setting loses this frame: the same frames for the same seed.
 bool falls_out(const FrameInfo& names, int32_t percent) {
-    return percent > 0 && frame_hash(names, settings().seed) % 100 < static_cast<uint64_t>(percent);
+    if (percent <= 0) return false;
+    const uint64_t name = uint64_t{names.number} | uint64_t{names.channel} << 32 |
+                          uint64_t{names.stream} << 40 | uint64_t{1} << 48;
+    return mix(mix(settings().seed) ^ name) % 100 < static_cast<uint64_t>(percent);
+}
+
+Content content() {
+    const Settings& now = settings();
+    Content out;
+    const int32_t pattern = now.pattern;
+    if (pattern >= 0) out.pattern = static_cast<Pattern>(pattern);
+    out.text = static_cast<Text>(now.text.load());
+    out.seed = now.seed;
+    return out;
 }
 
 }  // namespace
@@ -256,14 +270,22 @@ void Board::produce_video(EncoderChannel& encoder) {
         ++(sink ? m_report.lost : m_report.uncollected);
         return;
     }
-    const FrameInfo info = encoder.encode();
+    FrameInfo info;
+    try {
+        info = encoder.encode(content());
+    } catch (const std::bad_alloc&) {
+        encoder.lose();
+        encoder.force_key();
+        sink->not_made();
+        return;
+    }
     qm_dbframe* frame = sink->blank(info.bytes);
     if (!frame) {
         encoder.force_key();
         return;
     }
     frame->info = info;
-    write_payload(info, settings().seed, frame->payload.get());
+    encoder.write(frame->payload.get());
     if (!sink->deliver(frame)) encoder.force_key();
     ++m_report.delivered;
 }

@@ -1,10 +1,10 @@
-// Frame times, key frames and sizes of one channel.
+// Frame times, key frames, sizes and pictures of one channel.
 #include "sdk/board/encoder_channel.h"
 
 #include <algorithm>
+#include <iterator>
 
 #include "mainwork/qm_codec.h"
-#include "sdk/video/payload.h"
 
 namespace sim {
 
@@ -13,6 +13,15 @@ namespace {
 constexpr uint32_t CODEC_JPEG = 2;
 constexpr uint8_t MAX_QP = 51;
 constexpr uint32_t MAX_BITRATE = 50'000'000;
+
+// What the channels see by default, in turns.
+constexpr Pattern MIXED[] = {Pattern::bars, Pattern::moving_bar, Pattern::checkerboard,
+                             Pattern::gradient, Pattern::zone_plate};
+
+// Tried at a constant bit rate, from the finest on.
+constexpr int QUANTISERS[] = {27, 33, 39, 45, 51};
+// Of the bytes of a key picture this part is left for texts that take more: one in so many.
+constexpr uint32_t KEY_MARGIN = 16;
 
 }  // namespace
 
@@ -91,7 +100,10 @@ void EncoderChannel::set_bitrate(uint32_t bits_per_second) {
     restart_rate_control();
 }
 
-void EncoderChannel::set_bitrate_type(uint32_t type) { m_bitrate_type = type; }
+void EncoderChannel::set_bitrate_type(uint32_t type) {
+    if (type != m_bitrate_type) restart_rate_control();
+    m_bitrate_type = type;
+}
 
 void EncoderChannel::set_resolution(uint32_t resolution) {
     resolution = held_resolution(resolution);
@@ -121,6 +133,8 @@ bool EncoderChannel::key_due() const {
 void EncoderChannel::restart_rate_control() {
     const uint32_t group = is_jpeg() ? 1 : m_idr_interval;
     m_rate_control = ConstantBitRate(m_bitrate, std::max(rate(), 1u), group);
+    m_owed = 0;
+    m_picked_qp = -1;
 }
 
 FrameInfo EncoderChannel::names() const {
@@ -131,20 +145,97 @@ FrameInfo EncoderChannel::names() const {
     return info;
 }
 
-FrameInfo EncoderChannel::encode() {
+Scene EncoderChannel::scene(const Content& content) const {
+    Scene scene;
+    scene.pattern = content.pattern.value_or(MIXED[m_channel % std::size(MIXED)]);
+    scene.text = content.text;
+    scene.stream = m_stream;
+    scene.channel = m_channel;
+    scene.seed = content.seed;
+    scene.size = picture_size(m_resolution, m_pal);
+    scene.rate = rate();
+    return scene;
+}
+
+uint32_t EncoderChannel::bytes_wanted(bool key, bool jpeg) const {
+    return m_bitrate_type == 0
+               ? constant_quantiser_bytes(picture_size(m_resolution, m_pal), m_qp, key, jpeg)
+               : m_rate_control.bytes(m_number, key);
+}
+
+// The finest quantiser with which a key picture keeps to its share of the rate; else the coarsest.
+// `bytes_at` makes the picture at a quantiser.
+template <class BytesAt>
+int EncoderChannel::pick_qp(const Scene& wanted_scene, uint32_t wanted, BytesAt bytes_at) {
+    if (m_picked_qp >= 0 && m_picked_for == wanted_scene && m_picked_zone == m_zone)
+        return m_picked_qp;
+    for (const int qp : QUANTISERS) {
+        m_picked_qp = qp;
+        if (bytes_at(qp) <= wanted - wanted / KEY_MARGIN) break;
+    }
+    m_picked_for = wanted_scene;
+    m_picked_zone = m_zone;
+    return m_picked_qp;
+}
+
+size_t EncoderChannel::compose_jpeg(const Content& content, uint32_t wanted) {
+    if (!m_jpeg) m_jpeg.emplace();
+    const Scene now = scene(content);
+    const auto bytes_at = [&](int qp) {
+        m_jpeg->configure(now, m_zone, qp);
+        return m_jpeg->compose(m_number);
+    };
+    return bytes_at(m_bitrate_type == 0 ? m_qp : pick_qp(now, wanted, bytes_at));
+}
+
+size_t EncoderChannel::compose_h264(const Content& content, bool key, uint32_t wanted) {
+    if (!m_h264) m_h264.emplace();
+    if (key) {
+        const Scene now = scene(content);
+        const auto bytes_at = [&](int qp) {
+            m_h264->configure(now, m_zone, qp);
+            return m_h264->key_bytes(m_number);
+        };
+        const int qp = m_bitrate_type == 0 ? m_qp : pick_qp(now, wanted, bytes_at);
+        m_h264->configure(now, m_zone, qp);
+    }
+    return m_h264->compose(m_number, key);
+}
+
+// The bytes of a frame: what is wanted, or what its content takes. Where that is more than the rate
+// has room for, the frames after it give it back.
+uint32_t EncoderChannel::hold_rate(uint32_t least, uint32_t wanted) {
+    if (m_bitrate_type == 0) return std::max(least, wanted);
+    if (least > wanted) {
+        m_owed += std::min(least - wanted, UINT32_MAX - m_owed);
+        return least;
+    }
+    const uint32_t given_back = std::min(m_owed, wanted - least);
+    m_owed -= given_back;
+    return wanted - given_back;
+}
+
+FrameInfo EncoderChannel::encode(const Content& content) {
     const bool jpeg = is_jpeg();
     const bool key = key_due();
-    const uint32_t bytes =
-        m_bitrate_type == 0
-            ? constant_quantiser_bytes(picture_size(m_resolution, m_pal), m_qp, key, jpeg)
-            : m_rate_control.bytes(m_number, key);
+    const uint32_t wanted = bytes_wanted(key, jpeg);
+    const size_t least = jpeg ? compose_jpeg(content, wanted) : compose_h264(content, key, wanted);
+    m_bytes = hold_rate(static_cast<uint32_t>(least), wanted);
+    m_was_jpeg = jpeg;
     FrameInfo info = names();
     info.kind = jpeg ? FrameKind::jpeg : key ? FrameKind::idr : FrameKind::p;
     info.time_us = m_ticker.due_us();
-    info.bytes = std::max(bytes, PAYLOAD_HEADER_BYTES);
+    info.bytes = m_bytes;
     if (key) m_key_wanted = false;
     advance();
     return info;
+}
+
+void EncoderChannel::write(uint8_t* out) const {
+    if (m_was_jpeg)
+        m_jpeg->write(m_bytes, out);
+    else
+        m_h264->write(m_bytes, out);
 }
 
 void EncoderChannel::advance() {

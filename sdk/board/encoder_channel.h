@@ -4,11 +4,14 @@
 #define SDK_BOARD_ENCODER_CHANNEL_H
 
 #include <cstdint>
+#include <optional>
 
 #include "sdk/board/rate_control.h"
 #include "sdk/runtime/clock.h"
 #include "sdk/video/frame.h"
-#include "sdk/video/picture.h"
+#include "sdk/video/h264_writer.h"
+#include "sdk/video/jpeg_writer.h"
+#include "sdk/video/scene.h"
 
 namespace sim {
 
@@ -48,6 +51,13 @@ class Ticker {
     int64_t m_count = 0;
 };
 
+// What the cameras see, and what is written over it.
+struct Content {
+    std::optional<Pattern> pattern;  // without one each channel has its own
+    Text text = Text::full;
+    uint64_t seed = 1;
+};
+
 // Power-on settings are those of a picture: D1 at the format's full rate, a key frame every 30.
 class EncoderChannel {
   public:
@@ -77,8 +87,11 @@ class EncoderChannel {
     int64_t due_us() const { return m_on ? m_ticker.due_us() : NEVER; }
     // Stream, channel and number of the frame that is due.
     FrameInfo names() const;
-    // The frame that is due; the next one is due then.
-    FrameInfo encode();
+    // The frame that is due; the next one is due then. Changes of the content, of size, zone and
+    // quantiser are seen from a key frame on. Throws std::bad_alloc; then the frame is due still.
+    FrameInfo encode(const Content& content = {});
+    // Writes the frame that was encoded last: as many bytes as it was said to have.
+    void write(uint8_t* out) const;
     // The frame that is due gets lost before it is encoded. A key frame is made up for by the next.
     void lose();
     // As lose(), for all that were due before `time_us`; returns how many.
@@ -90,6 +103,13 @@ class EncoderChannel {
     uint32_t rate() const;
     void advance();
     void restart_rate_control();
+    Scene scene(const Content& content) const;
+    uint32_t bytes_wanted(bool key, bool jpeg) const;
+    size_t compose_jpeg(const Content& content, uint32_t wanted);
+    size_t compose_h264(const Content& content, bool key, uint32_t wanted);
+    template <class BytesAt>
+    int pick_qp(const Scene& scene, uint32_t wanted, BytesAt bytes_at);
+    uint32_t hold_rate(uint32_t least, uint32_t wanted);
 
     uint8_t m_stream = 0;
     uint8_t m_channel = 0;
@@ -110,6 +130,17 @@ class EncoderChannel {
     int64_t m_last_us = 0;  // when the last frame was due
     bool m_key_wanted = true;
     ConstantBitRate m_rate_control;
+    uint32_t m_owed = 0;  // bytes above the rate, that later frames give back
+
+    // Made with the first frame of their kind.
+    std::optional<H264Writer> m_h264;
+    std::optional<JpegWriter> m_jpeg;
+    uint32_t m_bytes = 0;  // of the frame encoded last
+    bool m_was_jpeg = false;
+    // At a constant bit rate: the quantiser that was picked, and for what. -1: it is to be picked.
+    int m_picked_qp = -1;
+    Scene m_picked_for;
+    PrivateZone m_picked_zone;
 };
 
 }  // namespace sim

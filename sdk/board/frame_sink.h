@@ -14,6 +14,8 @@ class FrameSink {
     // An empty frame with room for `bytes` of payload. Null without memory: then the frame is
     // dropped, and the next one of its channel must be a key frame.
     virtual qm_dbframe* blank(size_t bytes) = 0;
+    // A frame is dropped that could not even be made, for want of memory.
+    virtual void not_made() = 0;
     // A finished frame; the sink owns it from here on. False when it had to be dropped and the next
     // frame of its channel must be a key frame.
     virtual bool deliver(qm_dbframe* frame) = 0;

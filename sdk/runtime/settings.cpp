@@ -36,15 +36,45 @@ bool set_fault(Fault& fault, const std::string& text) {
     return true;
 }
 
+// The place of a word in a list.
+template <size_t COUNT>
+bool set_word(std::atomic<int32_t>& to, const std::string& text, const char* const (&words)[COUNT],
+              int32_t first) {
+    for (size_t i = 0; i < COUNT; ++i) {
+        if (text != words[i]) continue;
+        to = first + static_cast<int32_t>(i);
+        return true;
+    }
+    return false;
+}
+
+constexpr const char* PATTERNS[] = {"mixed",      "bars",  "moving_bar", "checkerboard", "gradient",
+                                    "zone_plate", "noise", "black",      "solid"};
+constexpr const char* TEXTS[] = {"off", "counters", "full"};
+
+// "nowhere", or a path of raw H.264 (.h264, .264) or of pictures (.y4m).
+bool set_view(Settings& to, const std::string& path) {
+    const size_t dot = path.rfind('.');
+    const std::string ending = dot == std::string::npos ? "" : path.substr(dot);
+    const bool nowhere = path == "nowhere";
+    if (!nowhere && ending != ".h264" && ending != ".264" && ending != ".y4m") return false;
+    to.set_view(nowhere ? "" : path);
+    return true;
+}
+
 enum class Outcome { ok, bad_value, unknown };
 
 Outcome result(bool ok) { return ok ? Outcome::ok : Outcome::bad_value; }
 
 Outcome set_one(Settings& to, const std::string& name, const std::string& value) {
     if (name == "seed") return result(set_number(to.seed, value, 0, INT64_MAX));
+    if (name == "pattern") return result(set_word(to.pattern, value, PATTERNS, -1));
+    if (name == "text") return result(set_word(to.text, value, TEXTS, 0));
     if (name == "speed") return result(set_number(to.speed, value, 1, 1000));
     if (name == "drop") return result(set_number(to.drop_percent, value, 0, 100));
     if (name == "slow_disk_ms") return result(set_number(to.slow_disk_ms, value, 0, 60000));
+    if (name == "view") return result(set_view(to, value));
+    if (name == "view_channel") return result(set_number(to.view_channel, value, 0, 16));
     if (name == "fail.create") return result(set_fault(to.fail_create, value));
     if (name == "fail.mask") return result(set_fault(to.fail_mask, value));
     if (name == "fail.init") return result(set_fault(to.fail_init, value));
@@ -77,6 +107,17 @@ Settings& process_settings() {
 
 }  // namespace
 
+std::string Settings::view() const {
+    std::lock_guard lock(m_mutex);
+    return m_view;
+}
+
+void Settings::set_view(const std::string& path) {
+    std::lock_guard lock(m_mutex);
+    m_view = path;
+    view_wanted = !path.empty();
+}
+
 bool Fault::strikes() {
     int32_t calls = m_calls.load();
     while (calls > 0 && !m_calls.compare_exchange_weak(calls, calls - 1)) {
@@ -96,7 +137,8 @@ void apply_settings(Settings& to, const char* text) {
 
 void reset_settings() {
     apply_settings(settings(),
-                   "seed=1 speed=1 drop=0 slow_disk_ms=0 "
+                   "seed=1 pattern=mixed text=full speed=1 drop=0 slow_disk_ms=0 "
+                   "view=nowhere view_channel=0 "
                    "fail.create=0 fail.mask=0 fail.init=0 fail.open=0 fail.disk=0");
 }
 

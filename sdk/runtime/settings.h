@@ -4,6 +4,8 @@
 
 #include <atomic>
 #include <cstdint>
+#include <mutex>
+#include <string>
 
 namespace sim {
 
@@ -25,14 +27,26 @@ class Fault {
 // by any thread.
 struct Settings {
     std::atomic<uint64_t> seed{1};         // of the content
+    std::atomic<int32_t> pattern{-1};      // sim::Pattern for all channels; -1: each has its own
+    std::atomic<int32_t> text{2};          // sim::Text
     std::atomic<int64_t> speed{1};         // board time runs that many times faster, 1..1000
     std::atomic<int32_t> drop_percent{0};  // frames lost between camera and encoder, 0..100
     std::atomic<int32_t> slow_disk_ms{0};  // board milliseconds added to each write, 0..60000
+    std::atomic<bool> view_wanted{false};  // view() is not empty
+    std::atomic<int32_t> view_channel{0};  // 1..16; 0: the first that is played
     Fault fail_create;                     // CreateQMAVCodec
     Fault fail_mask;                       // SetChipEnableMask
     Fault fail_init;                       // InitAVCodec
     Fault fail_open;                       // iqm_db::Open
     Fault fail_disk;                       // a write to a database on disk
+
+    // Where playback writes its pictures to; empty: nowhere. Any thread.
+    std::string view() const;
+    void set_view(const std::string& path);
+
+  private:
+    mutable std::mutex m_mutex;
+    std::string m_view;  // guarded by m_mutex
 };
 
 // The settings of this process; QM_BOARD is read at the first call.

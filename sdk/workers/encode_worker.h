@@ -25,6 +25,7 @@ class qm_encode_worker final : public sim::FrameSink {
 
   private:
     qm_dbframe* blank(size_t bytes) override;
+    void not_made() override { note_dropped_frame(); }
     bool deliver(qm_dbframe* frame) override;
     void end_of_batch() override;
 

@@ -1,10 +1,12 @@
 // Delivering recorded frames in recorded time. What the operator types stands in PB.
 #include "sdk/workers/playback_engine.h"
 
+#include <signal.h>
+
 #include <algorithm>
 #include <cstdint>
+#include <new>
 
-#include "sdk/video/payload.h"
 #include "sdk/workers/saturating.h"
 
 namespace {
@@ -98,6 +100,11 @@ sim::PlaybackReport qm_playback_engine::report() {
 }
 
 void qm_playback_engine::work(iqm_db* db, const std::atomic<uint32_t>& stop) {
+    // A player that ends while it is written to must not end the program.
+    sigset_t broken_pipe;
+    sigemptyset(&broken_pipe);
+    sigaddset(&broken_pipe, SIGPIPE);
+    pthread_sigmask(SIG_BLOCK, &broken_pipe, nullptr);
     m_db = db ? sim::StreamDb::of(db) : nullptr;
     rewind();
     for (int ch = 0; ch < QMCODEC_CHANNELS; ++ch) {
@@ -112,6 +119,9 @@ void qm_playback_engine::work(iqm_db* db, const std::atomic<uint32_t>& stop) {
     put_back();
     if (m_db) m_db->watch(nullptr);
     m_db = nullptr;
+    m_view.close();
+    for (auto& stream : m_checks)
+        for (auto& check : stream) check.reset();
     // The next start is paused on the first frame again, whatever was going on.
     std::lock_guard lock(m_mutex);
     m_asked = Request{};
@@ -349,6 +359,18 @@ void qm_playback_engine::step() {
     m_anchored = true;
 }
 
+// Decodes what is delivered. Without memory for that it is delivered all the same.
+void qm_playback_engine::look_at(const qm_dbframe& frame) try {
+    using Found = sim::PictureCheck::Found;
+    const sim::FrameInfo& info = frame.info;
+    auto& check = m_checks[info.stream][info.channel];
+    if (!check) check = std::make_unique<sim::PictureCheck>();
+    const Found found = check->check(info, frame.payload.get(), info.bytes);
+    if (found == Found::wrong) ++m_damaged;
+    if (sim::PlaybackView::wanted()) m_view.show(frame, check->picture());
+} catch (const std::bad_alloc&) {
+}
+
 void qm_playback_engine::deliver(const qm_dbframe& frame, uint64_t number) {
     const sim::FrameInfo& info = frame.info;
     const int ch = info.channel;
@@ -356,7 +378,7 @@ void qm_playback_engine::deliver(const qm_dbframe& frame, uint64_t number) {
         ++m_audio_frames;
         return;
     }
-    if (!check_payload(info, frame.payload.get(), info.bytes)) ++m_damaged;
+    look_at(frame);
     m_next[ch] = number + 1;
     sim::add_saturating(m_total_frames[ch], 1);
     sim::add_saturating(m_period_frames[ch], 1);

@@ -3,12 +3,15 @@
 #define SDK_WORKERS_PLAYBACK_ENGINE_H
 
 #include <atomic>
+#include <memory>
 #include <mutex>
 
 #include "mainwork/qm_workers.h"
 #include "sdk/db/stream_db.h"
 #include "sdk/runtime/clock.h"
 #include "sdk/sim_control.h"
+#include "sdk/video/picture_check.h"
+#include "sdk/workers/playback_view.h"
 
 // Owned by its thread object. The console thread asks, the playback thread does.
 class qm_playback_engine {
@@ -63,6 +66,7 @@ class qm_playback_engine {
     bool decodable(const sim::FrameInfo& info) const;
     bool wanted(const sim::FrameInfo& info, uint64_t number);
     void deliver(const qm_dbframe& frame, uint64_t number);
+    void look_at(const qm_dbframe& frame);
     void stop_at_end();
     int64_t reached_us() const;
     void anchor_at(int64_t recorded_us);
@@ -93,6 +97,9 @@ class qm_playback_engine {
     bool m_is_ahead = false;  // m_ahead holds record m_ahead_number, in the owner's frame list
     uint64_t m_ahead_number = 0;
     qm_dbframe m_ahead;
+    // Of the streams that are played, one for each channel; made with the first frame.
+    std::unique_ptr<sim::PictureCheck> m_checks[2][QMCODEC_CHANNELS];
+    sim::PlaybackView m_view;
 
     // Written by the playback thread, read and the period figures taken by the reports.
     std::atomic<int32_t> m_total_frames[QMCODEC_CHANNELS] = {};

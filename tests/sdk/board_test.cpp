@@ -7,7 +7,7 @@
 #include <vector>
 
 #include "sdk/db/stream_db.h"
-#include "sdk/video/payload.h"
+#include "sdk/video/picture_check.h"
 #include "tests/support/sim_session.h"
 
 namespace {
@@ -68,7 +68,7 @@ TEST_F(Board, RecordsInTheOrderOfTime) {
     thread.DestroyThread();
 }
 
-TEST_F(Board, KeepsThePayloadOfEveryRecordWhole) {
+TEST_F(Board, RecordsPicturesThatNameThemselves) {
     iqm_db* db = open_memory_db("main.ini");
     qm_thread_encode thread;
     start(thread, db);
@@ -77,11 +77,14 @@ TEST_F(Board, KeepsThePayloadOfEveryRecordWhole) {
     thread.DestroyThread();
     sim::StreamDb& store = *sim::StreamDb::of(db);
     qm_dbframe frame;
+    sim::PictureCheck check;
     ASSERT_EQ(store.end(), 90u);
     for (uint64_t n = 0; n < store.end(); ++n) {
         ASSERT_TRUE(store.read(n, frame));
         EXPECT_EQ(frame.info.number, n);
-        EXPECT_TRUE(sim::check_payload(frame.info, frame.payload.get(), frame.info.bytes));
+        EXPECT_EQ(check.check(frame.info, frame.payload.get(), frame.info.bytes),
+                  sim::PictureCheck::Found::fine)
+            << n << ": " << check.error();
     }
 }
 

@@ -3,7 +3,10 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <vector>
+
+#include "sdk/video/picture_check.h"
 
 namespace {
 
@@ -252,11 +255,105 @@ TEST(EncoderChannel, StartsOverWhenSwitchedOnAgain) {
     EXPECT_EQ(frame.time_us, FIRST_US + 2'000'000);
 }
 
-TEST(EncoderChannel, HasRoomForTheHeaderAtAnyBitRate) {
+std::vector<uint8_t> written(const EncoderChannel& channel, const FrameInfo& frame) {
+    std::vector<uint8_t> bytes(frame.bytes);
+    channel.write(bytes.data());
+    return bytes;
+}
+
+// The pictures of one channel, each decoded and its block code read.
+void expect_fine(EncoderChannel& channel, sim::PictureCheck& check, int frames,
+                 const sim::Content& content = {}) {
+    for (int i = 0; i < frames; ++i) {
+        const FrameInfo frame = channel.encode(content);
+        const std::vector<uint8_t> bytes = written(channel, frame);
+        ASSERT_EQ(check.check(frame, bytes.data(), bytes.size()), sim::PictureCheck::Found::fine)
+            << frame.number << ": " << check.error();
+    }
+}
+
+TEST(EncoderChannel, IsAsLargeAsItsPictureAtLeast) {
     EncoderChannel channel = channel_of(0, 30, 0);
     channel.set_bitrate_type(1);
     channel.set_bitrate(1);
-    EXPECT_EQ(channel.encode().bytes, 32u);
+    sim::PictureCheck check;
+    expect_fine(channel, check, 5);
+}
+
+TEST(EncoderChannel, GivesBackWhatAKeyFrameTookAboveTheRate) {
+    EncoderChannel channel = channel_of(0, 30, 0);
+    channel.set_bitrate_type(1);
+    channel.set_bitrate(400'000);
+    sim::Content noise;
+    noise.pattern = sim::Pattern::noise;
+    noise.text = sim::Text::off;
+    uint64_t total = 0;
+    uint32_t first = 0;
+    for (int i = 0; i < 60; ++i) {
+        const uint32_t bytes = channel.encode(noise).bytes;
+        if (i == 0) first = bytes;
+        total += bytes;
+    }
+    EXPECT_GT(first, 2500u);  // its share of the rate would be 1667 bytes and a quarter
+    EXPECT_NEAR(static_cast<double>(total), 100'000, 1000);
+}
+
+TEST(EncoderChannel, KeepsItsPicturesThroughEveryChange) {
+    EncoderChannel channel = channel_of(1, 30, 7);
+    sim::PictureCheck check;
+    expect_fine(channel, check, 10);
+    for (const uint32_t resolution : {0u, 4u, 1u, 2u, 3u}) {
+        channel.set_resolution(resolution);
+        ASSERT_NO_FATAL_FAILURE(expect_fine(channel, check, 9)) << resolution;
+        EXPECT_EQ(check.picture()->size, sim::picture_size(resolution, false));
+    }
+    channel.set_format(true, after(5'000'000));
+    channel.force_key();
+    expect_fine(channel, check, 9);
+    EXPECT_EQ(check.picture()->size, (sim::PictureSize{704, 576}));
+    for (const uint8_t qp : {uint8_t{0}, uint8_t{51}, uint8_t{30}}) {
+        channel.set_qp(qp);
+        expect_fine(channel, check, 9);
+    }
+    channel.set_codec_type(2);  // JPEG, and back
+    expect_fine(channel, check, 3);
+    channel.set_codec_type(0);
+    channel.set_bitrate_type(1);
+    channel.lose();
+    expect_fine(channel, check, 20);
+    for (int pattern = 0; pattern < sim::PATTERNS; ++pattern) {
+        sim::Content content;
+        content.pattern = static_cast<sim::Pattern>(pattern);
+        ASSERT_NO_FATAL_FAILURE(expect_fine(channel, check, 14, content)) << pattern;
+    }
+}
+
+TEST(EncoderChannel, BlanksAZoneFromTheFirstPictureAfterTheCommand) {
+    EncoderChannel channel = channel_of(0, 30, 0);
+    sim::PictureCheck check;
+    expect_fine(channel, check, 5);
+    const std::vector<uint8_t> before = check.picture()->y;
+    channel.set_zone({true, 301, 203, 77, 55});
+    expect_fine(channel, check, 1);
+    const auto hidden = [](size_t x, size_t y) {
+        return x >= 301 && x < 378 && y >= 203 && y < 258;
+    };
+    const std::vector<uint8_t>& now = check.picture()->y;
+    for (size_t y = 96; y < 448; ++y)  // between the texts and the block code
+        for (size_t x = 0; x < 704; ++x)
+            ASSERT_EQ(now[y * 704 + x], hidden(x, y) ? 16 : before[y * 704 + x]) << x << " " << y;
+    channel.set_zone({});
+    expect_fine(channel, check, 1);
+    EXPECT_TRUE(std::equal(before.begin() + 96 * 704, before.begin() + 448 * 704,
+                           check.picture()->y.begin() + 96 * 704));
+}
+
+TEST(EncoderChannel, MakesTheSameBytesOfTheSameSettings) {
+    EncoderChannel first = channel_of(0, 30, 10), second = channel_of(0, 30, 10);
+    for (int i = 0; i < 25; ++i) {
+        const FrameInfo a = first.encode(), b = second.encode();
+        ASSERT_EQ(written(first, a), written(second, b)) << i;
+    }
 }
 
 TEST(EncoderChannel, KeepsItsBitRateWhenItIsToldNone) {
