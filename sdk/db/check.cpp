@@ -150,7 +150,7 @@ void DatabaseView::load_ini() {
                       : IniState::damaged;
 }
 
-// That of the .ini when the newest or the oldest segment has it, else that of the newest.
+// That of the .ini when any segment has it, else that of the newest.
 void DatabaseView::find_identity() {
     const bool named = m_ini_state == IniState::whole;
     if (named) m_identity = m_ini.identity;
@@ -164,13 +164,13 @@ void DatabaseView::find_identity() {
         database = header.database;
         return loaded;
     };
-    Identity newest, oldest;
+    Identity newest, other;
     size_t last = m_numbers.size();
     while (last > 0 && !database_of(m_numbers[last - 1], newest)) --last;
     if (last == 0 || newest == m_identity) return;
-    size_t first = 0;
-    while (named && first < last && !database_of(m_numbers[first], oldest)) ++first;
-    if (!named || !(oldest == m_identity)) m_identity = newest;
+    while (named && --last > 0)
+        if (database_of(m_numbers[last - 1], other) && other == m_identity) return;
+    m_identity = newest;
 }
 
 std::unique_ptr<OpenSegment> DatabaseView::segment(uint64_t number) const {

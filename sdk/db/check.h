@@ -92,7 +92,7 @@ class DatabaseView {
     const DatabaseIni& ini() const { return m_ini; }  // when it is whole
     int ini_error() const { return m_ini_error; }     // -errno when it is unreadable
 
-    // That of the .ini when the newest or the oldest segment has it, else that of the newest.
+    // That of the .ini when any segment has it, else that of the newest.
     const Identity& identity() const { return m_identity; }
     // Of the segment files, rising.
     const std::vector<uint64_t>& numbers() const { return m_numbers; }

@@ -208,7 +208,12 @@ void SegmentCheck::check_torn_end(const ScanResult& scanned, const DirectoryView
         directory.tail && directory.offset == scanned.end && directory.entries == m_entries;
     if (growing) return;
     const bool ours_here = directory.ours && directory.offset == scanned.end;
-    if (tail_fits || ours_here || (there && record.kind == RECORD_DIRECTORY))
+    const bool is_directory = there && record.kind == RECORD_DIRECTORY;
+    // The file is cut behind a directory as soon as that is durable.
+    const bool interrupted = is_directory && !tail_fits &&
+                             m_segment->bytes == m_segment->header.bytes &&
+                             scanned.end + record.total_bytes() < m_segment->header.bytes;
+    if (!interrupted && (tail_fits || ours_here || is_directory))
         return add(make(FindingKind::directory, scanned.end));
     Finding finding = make(FindingKind::no_directory, scanned.end);
     if (m_segment->bytes < m_segment->header.bytes) return add(finding);

@@ -107,8 +107,7 @@ void DiskReader::keep_listed(std::vector<Segment>& listed) {
         if (gone.loaded) unload(gone.loaded);
 }
 
-// The database is the one of the .ini file when the newest or the oldest segment says so too, else
-// that of the newest.
+// The database is the one of the .ini file when any segment says so too, else that of the newest.
 bool DiskReader::decide_identity() {
     SegmentHeader header;
     const auto readable = [&](const Segment& segment) {
@@ -116,14 +115,15 @@ bool DiskReader::decide_identity() {
         if (file >= 0) m_files.close(file);
         return file >= 0;
     };
-    if (std::find_if(m_segments.rbegin(), m_segments.rend(), readable) == m_segments.rend())
-        return m_has_ini;
-    const Identity newest = header.database;
-    m_identity = newest;
+    const auto newest_one = std::find_if(m_segments.rbegin(), m_segments.rend(), readable);
+    if (newest_one == m_segments.rend()) return m_has_ini;
+    m_identity = header.database;
     m_has_identity = true;
-    if (!m_has_ini || newest == m_ini_identity) return true;
-    if (std::find_if(m_segments.begin(), m_segments.end(), readable) != m_segments.end() &&
-        header.database == m_ini_identity)
+    if (!m_has_ini || m_identity == m_ini_identity) return true;
+    const auto named = [&](const Segment& segment) {
+        return readable(segment) && header.database == m_ini_identity;
+    };
+    if (std::find_if(newest_one + 1, m_segments.rend(), named) != m_segments.rend())
         m_identity = m_ini_identity;
     return true;
 }

@@ -139,6 +139,7 @@ int SegmentFiles::load(Newest& newest) {
         m_identity = newest.header.database;
     else if (!m_has_ini)
         fill_at_random(m_identity.bytes, sizeof m_identity.bytes);
+    drop_foreign_behind(place);
     // Files that never became segments, or are none any more, are used again before any record.
     m_blanks = m_numbers.size() - place;
     std::rotate(m_numbers.begin(), m_numbers.begin() + static_cast<ptrdiff_t>(place),
@@ -173,23 +174,32 @@ int SegmentFiles::find_newest(Newest& newest, size_t& place) {
     return 0;
 }
 
-// The newest segment is not of the database that the .ini names. When the oldest is, it is the
-// newest that does not belong here, with all others that are not of the .ini's either.
+// The newest segment is not of the database that the .ini names. When another one is, that is the
+// newest, and those behind it do not belong here.
 void SegmentFiles::decide_identity(Newest& newest, size_t& place) {
-    const auto database_of = [this](uint64_t number, SegmentHeader& header) {
-        const Opened file(m_files, open_existing(number));
-        return file.get() >= 0 && load_segment_header(m_files, file.get(), number, header);
-    };
-    SegmentHeader oldest;
-    size_t i = 0;
-    while (i + 1 < place && !database_of(m_numbers[i], oldest)) ++i;
-    if (i + 1 >= place || oldest.database != m_identity) return;
-    for (size_t k = place - 1; k > i; --k) {
+    for (size_t k = place - 1; k > 0; --k) {
+        const uint64_t number = m_numbers[k - 1];
         SegmentHeader header;
-        if (!database_of(m_numbers[k - 1], header) || header.database != m_identity) continue;
+        const Opened file(m_files, open_existing(number));
+        if (file.get() < 0 || !load_segment_header(m_files, file.get(), number, header) ||
+            header.database != m_identity)
+            continue;
         newest.header = header;
+        place = k;
         return;
     }
+}
+
+// Behind the newest segment are files that never became one, and those of another database: these
+// are no part of the ring.
+void SegmentFiles::drop_foreign_behind(size_t place) {
+    const auto is_foreign_file = [this](uint64_t number) {
+        const Opened file(m_files, open_existing(number));
+        return file.get() >= 0 && is_foreign(file.get(), number);
+    };
+    m_numbers.erase(std::remove_if(m_numbers.begin() + static_cast<ptrdiff_t>(place),
+                                   m_numbers.end(), is_foreign_file),
+                    m_numbers.end());
 }
 
 void SegmentFiles::keep_ini(uint64_t segment_bytes, uint64_t ring_segments) try {
@@ -307,11 +317,19 @@ int SegmentFiles::recycle(uint64_t number, uint64_t bytes) {
     return create(segment_name(m_name, number), bytes);
 }
 
+// -EEXIST when something has the name: it would be replaced.
+int SegmentFiles::check_free(const std::string& name) {
+    const Opened file(m_files, m_files.open(m_folder, name, FileSystem::Access::read));
+    if (file.get() == -ENOENT) return 0;
+    return file.get() >= 0 || not_ours(file.get()) ? -EEXIST : file.get();
+}
+
 int SegmentFiles::take_over(int file, uint64_t old_number, uint64_t number, uint64_t bytes) {
     const std::string name = segment_name(m_name, number);
     const int64_t size = m_files.size(file);
     if (size < 0) return static_cast<int>(size);
-    int result = 0;
+    int result = number == old_number ? 0 : check_free(name);
+    if (result < 0) return result;
     if (static_cast<uint64_t>(size) < bytes) result = m_files.allocate(file, bytes);
     if (static_cast<uint64_t>(size) > bytes) result = m_files.truncate(file, bytes);
     if (result == 0) result = m_files.rename(m_folder, segment_name(m_name, old_number), name);

@@ -83,6 +83,8 @@ class SegmentFiles {
     int read_ini();
     int find_newest(Newest& newest, size_t& place);
     void decide_identity(Newest& newest, size_t& place);
+    void drop_foreign_behind(size_t place);
+    int check_free(const std::string& name);
     int write_ini(const std::string& text);
 
     FileSystem& m_files;

@@ -74,6 +74,19 @@ struct Random {
     }
 };
 
+// Diagonal after diagonal, the even ones upwards.
+TEST(JpegBlocks, ZigzagGoesAlongTheDiagonals) {
+    size_t k = 0;
+    for (int diagonal = 0; diagonal < 15; ++diagonal) {
+        for (int i = 0; i <= diagonal; ++i) {
+            const int x = diagonal % 2 == 0 ? i : diagonal - i, y = diagonal - x;
+            if (x >= BLOCK || y >= BLOCK) continue;
+            EXPECT_EQ(ZIGZAG[k++], BLOCK * y + x);
+        }
+    }
+    EXPECT_EQ(k, ZIGZAG.size());
+}
+
 TEST(JpegBlocks, QuantisersFollowQuality) {
     EXPECT_EQ(scaled(LUMA_QUANTISERS, 50), LUMA_QUANTISERS);
     const Quantisers ones = scaled(CHROMA_QUANTISERS, 100);

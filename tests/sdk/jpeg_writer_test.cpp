@@ -37,8 +37,12 @@ TEST(JpegWriter, HeaderNamesThePicture) {
     EXPECT_EQ(Bytes(bytes.begin() + 20, bytes.begin() + 24),
               (Bytes{0xFF, 0xFE, 0, static_cast<uint8_t>(comment.size() + 2)}));
     EXPECT_EQ(std::string(bytes.begin() + 24, bytes.begin() + 24 + 39), comment);
+    // Quality 68 takes 64 %: in zigzag order of 16, 11, 12, 14 and of 17, 18, 18, 24.
+    const auto tables = bytes.begin() + 24 + 39;
+    EXPECT_EQ(Bytes(tables, tables + 9), (Bytes{0xFF, 0xDB, 0, 67, 0, 10, 7, 8, 9}));
+    EXPECT_EQ(Bytes(tables + 69, tables + 78), (Bytes{0xFF, 0xDB, 0, 67, 1, 11, 12, 12, 15}));
     // Quantisation tables, 69 bytes each, then the frame: 480 rows of 704.
-    const auto frame = bytes.begin() + 24 + 39 + 2 * 69;
+    const auto frame = tables + 2 * 69;
     EXPECT_EQ(Bytes(frame, frame + 19), (Bytes{0xFF, 0xC0, 0, 17, 8, 0x01, 0xE0, 0x02, 0xC0, 3,  //
                                                1, 0x22, 0, 2, 0x11, 1, 3, 0x11, 1}));
 }
