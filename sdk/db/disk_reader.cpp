@@ -268,14 +268,20 @@ const uint8_t* DiskReader::bytes_at(Loaded& loaded, uint64_t offset, size_t want
     }
     const bool onward = reads_on(loaded, offset);
     if (!onward) m_read_on = 0;
-    if (m_read_on >= STREAM_BYTES)
+    if (m_read_on >= STREAM_BYTES) {
         if (const uint8_t* bytes = streamed(loaded, offset, wanted)) return bytes;
+        m_read_on = 0;
+    }
     if (!m_ahead) m_ahead.reset(new uint8_t[AHEAD_BYTES]);
     const uint64_t most = std::min<uint64_t>(AHEAD_BYTES, loaded.index.end() - offset);
     m_ahead_reach = onward ? std::max(wanted, 2 * m_ahead_reach) : wanted;
     m_ahead_reach = static_cast<size_t>(std::min<uint64_t>(m_ahead_reach, most));
     m_ahead_bytes = 0;
-    const int64_t read = m_files.read(loaded.file, m_ahead.get(), m_ahead_reach, offset);
+    int64_t read = m_files.read(loaded.file, m_ahead.get(), m_ahead_reach, offset);
+    if (read < 0 && m_ahead_reach > wanted) {  // what cannot be read may come behind this record
+        m_ahead_reach = wanted;
+        read = m_files.read(loaded.file, m_ahead.get(), wanted, offset);
+    }
     if (read <= 0) return nullptr;
     m_ahead_segment = loaded.header.identity;
     m_ahead_offset = m_ahead_next = offset;

@@ -327,12 +327,16 @@ bool DiskWriter::commit(int64_t now_us) {
 
 bool DiskWriter::commit_if_due(int64_t now_us) { return now_us < m_due_us || commit(now_us); }
 
-bool DiskWriter::finish(int64_t now_us) {
-    m_retry_us = now_us;  // the last chance
-    bool written = settle(now_us);
+bool DiskWriter::write_all(int64_t now_us) {
+    m_retry_us = now_us;
+    if (!settle(now_us)) return false;
     const bool open_ended = m_planned && !m_has_directory && fits_segment(0);
-    if (written && (m_batch.filled > 0 || open_ended))
-        written = write_out(open_ended ? Ending::cut : Ending::pad, now_us) && settle(now_us);
+    if (m_batch.filled == 0 && !open_ended) return true;
+    return write_out(open_ended ? Ending::cut : Ending::pad, now_us) && settle(now_us);
+}
+
+bool DiskWriter::finish(int64_t now_us) {
+    const bool written = write_all(now_us) || write_all(now_us);
     const uint64_t waiting = m_next_sequence - durable_sequence();
     m_lost += waiting;
     m_next_sequence -= waiting;

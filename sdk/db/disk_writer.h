@@ -101,6 +101,7 @@ class DiskWriter {
     void place_again();
     void place_behind();
     bool end_segment(int64_t now_us);
+    bool write_all(int64_t now_us);
     int open_segment();
     void leave_segment();
     uint64_t space_for_ending(uint64_t entries) const;

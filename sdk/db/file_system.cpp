@@ -249,7 +249,12 @@ int RealFileSystem::allocate(int file, uint64_t size) {
         returned = fallocate(file, 0, 0, static_cast<off_t>(size));
     } while (returned < 0 && errno == EINTR);
     if (returned == 0) return 0;
-    if (errno != EOPNOTSUPP && errno != ENOSYS) return -errno;
+    if (errno != EOPNOTSUPP && errno != ENOSYS) {
+        const int error = -errno;
+        // Some keep what they had set aside already.
+        truncate(file, std::min(static_cast<uint64_t>(before), size));
+        return error;
+    }
     // The file system cannot set room aside: the length alone, and a write may find none.
     return static_cast<uint64_t>(before) < size ? truncate(file, size) : 0;
 }

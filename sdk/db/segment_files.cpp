@@ -161,13 +161,15 @@ int SegmentFiles::find_newest(Newest& newest, size_t& place) {
         if (readable && m_files.locked(file.get()) == 1) return -EAGAIN;
         if (!readable && !no_file(static_cast<int>(result)))
             newest.error = static_cast<int>(result);
-        const auto is_header = [number, &newest](const Block& block) {
+        // A file that was cut may have one whole header.
+        const auto copies =
+            readable ? std::min(static_cast<size_t>(result) / sizeof(Block), std::size(headers))
+                     : 0;
+        const bool is_segment = std::any_of(headers, headers + copies, [&](const Block& block) {
             return read_segment_header(block.bytes, newest.header) &&
                    newest.header.number == number;
-        };
-        if (!readable || result < static_cast<int64_t>(sizeof headers) ||
-            std::none_of(std::begin(headers), std::end(headers), is_header))
-            continue;
+        });
+        if (!is_segment) continue;
         newest.found = true;
         break;
     }

@@ -67,6 +67,32 @@ TEST_F(DiskReader, SaysWhyItCannotRead) {
     EXPECT_EQ(why, "cannot be read: Is a directory");
 }
 
+// One block of the disk is bad: only the records that lie in it are lost, however far a reader who
+// goes from record to record reads ahead.
+TEST_F(DiskReader, LosesNoMoreThanLiesInABadBlock) {
+    MadeSegment made(1, 0, 1 << 20);
+    std::vector<uint64_t> offsets;
+    made.batch();
+    for (int i = 0; i < 800; ++i) {
+        offsets.push_back(made.frame(1000));
+        if (i % 50 == 49) made.pad();
+    }
+    made.directory();
+    save(made);
+    MadeSegment newest(2, 800);
+    newest.frames(1);
+    save(newest);
+    open();
+    ASSERT_EQ(reader->end(), 801U);
+    files.bad_start = 400 * 1024;
+    files.bad_end = files.bad_start + 4096;
+    qm_dbframe frame;
+    for (uint64_t n = 0; n < 800; ++n) {
+        const bool in_it = offsets[n] < files.bad_end && offsets[n] + 1056 > files.bad_start;
+        ASSERT_EQ(reader->read(n, frame), !in_it) << n << " " << offsets[n];
+    }
+}
+
 TEST_F(DiskReader, SaysWhatIsNotThere) {
     EXPECT_FALSE(sim::DiskReader::open(files, dir.file("db.ini"), why));
     EXPECT_EQ(why, "there is no such database");

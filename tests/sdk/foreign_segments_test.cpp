@@ -96,4 +96,13 @@ TEST_F(ForeignSegments, AroundOurOwnHideNothingThatTheIniNames) {
     EXPECT_EQ(dir.read("db.ini"), ini);
 }
 
+// Not foreign, only cut: whatever of its headers is left counts for the recorder as for readers.
+TEST_F(ForeignSegments, AreNotWhatASegmentIsOfWhichOneHeaderIsLeft) {
+    record(own, 10, 7);  // two segments
+    std::filesystem::resize_file(dir.file(sim::segment_name("db.ini", 2)), 5000);
+    const uint64_t left = frames();
+    record(own, 10, 3);
+    EXPECT_EQ(frames(), left + 3);
+}
+
 }  // namespace

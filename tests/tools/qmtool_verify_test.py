@@ -334,6 +334,17 @@ class Ends(Case):
         self.assert_found(f"note: segment 1, offset {end}, near {clock(2_000_000)}: an interrupted "
                           "write left a part of a record")
 
+    def test_a_directory_that_was_interrupted_is_a_note(self):
+        segment = usual().finish()
+        directory = struct.unpack_from("<I", segment.data, len(segment.data) - 12)[0] * 8
+        segment.data = segment.data[:directory + 100]
+        self.folder.write(segment.open_ended())
+        status, lines = self.verify()
+        self.assertEqual(status, 0, lines)
+        self.assertEqual(len(lines), 2, lines)
+        self.assertTrue(lines[0].startswith(f"note: segment 1, offset {directory}, "), lines)
+        self.assertTrue(lines[0].endswith(": an interrupted write left a part of a record"), lines)
+
     def test_a_segment_without_room_for_its_directory(self):
         first = usual()
         first.pad(to=SEGMENT_BYTES - BLOCK)
