@@ -4,7 +4,8 @@
 Usage: tour.py PROGRAM QMTOOL ENVFILE      (started by ./run.sh --tour)
 
 Records the main and the other streams, watches the rate tables, and leaves the program. Then qmtool
-verifies the databases, and the program is started again and plays them back. With a main database in
+verifies the databases, the program is started again and plays them back, and qmtool exports a clip and
+writes a report. With a main database in
 memory the recording is played back while it goes on instead. Exit status 0 only if everything seen
 was right; otherwise the last line says what was not. Every wait has a deadline, so the tour never
 hangs.
@@ -32,6 +33,8 @@ ANSWER_TIME = 5
 TABLE_TIME = 6
 # The whole tour, whatever happens.
 TOUR_TIME = 60
+# Of the clip that the tour ends with.
+CLIP_SECONDS = 5
 # Of a larger database qmtool looks at the headers, directories and ends only.
 QUICK_FROM = 512 << 20
 
@@ -262,8 +265,23 @@ class Database:
             raise Wrong(f"the exit status of {command} is {run.returncode}")
         return run.stdout
 
-    def verify(self):
-        self.ask("verify", *(["--quick"] if self.bytes() > QUICK_FROM else []))
+    def verify(self, decode=False):
+        """Of earlier recordings nobody knows whose pictures they have: only new ones are decoded."""
+        quick = self.bytes() > QUICK_FROM
+        self.ask("verify", *(["--quick"] if quick else ["--decode"] if decode else []))
+
+    def take_home(self, channel):
+        """A clip of the last seconds of a channel, and a page about the whole database."""
+        folder = os.path.dirname(self.path) or "."
+        clip = os.path.join(folder, f"tour-channel-{channel:02d}.mov")
+        page = os.path.join(folder, "tour-report.html")
+        self.ask("export", "--channel", str(channel), "--stream", self.stream, "--from",
+                 f"-{CLIP_SECONDS}", "--force", "-o", clip)
+        self.ask("report", "--force", "-o", page)
+        for file in (clip, page):
+            if os.path.getsize(file) == 0:
+                raise Wrong(f"{file} is empty")
+        return clip, page
 
     def holdings(self):
         """None when there is nothing yet, or too much to be counted on a tour."""
@@ -367,9 +385,9 @@ class Tour:
         caption("Q stops the recording and closes the session, Q leaves the program.")
         self.leave()
 
-        caption("The recordings are on disk. qmtool verifies every byte of them.")
-        for place in self.places.values():
-            place.verify()
+        caption("The recordings are on disk. qmtool verifies every byte and decodes every picture.")
+        for group, place in self.places.items():
+            place.verify(decode=before[group] is None)
         after = {group: place.holdings() for group, place in self.places.items()}
         check_growth(before, after, counted)
         caption("And what is there, channel by channel; recordings of earlier runs as well.")
@@ -387,6 +405,16 @@ class Tour:
         caption("EXIT leaves SEARCH; Q closes the session, Q the program.")
         self.answer("EXIT", "MAIN>", "the prompt of MAIN")
         self.leave()
+        self.take_home()
+
+    def take_home(self):
+        recorded = [channel for channel, rate in enumerate(self.rates) if rate]
+        if not recorded or MAIN not in self.places:
+            return
+        caption("qmtool exports the last seconds of a channel, and writes a page about all of it.")
+        clip, page = self.places[MAIN].take_home(recorded[0])
+        caption(f"The clip is in {os.path.abspath(clip)}")
+        print(f"    the page in {os.path.abspath(page)}\n", flush=True)
 
     def play(self, held):
         caption("SEARCH opens what was recorded, the oldest first; PB 4 plays it forward.")

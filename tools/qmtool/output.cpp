@@ -72,18 +72,22 @@ std::string printable(const std::string& bytes) {
 }
 
 std::string time_text(int64_t utc_us) {
+    std::string text = exact_time_text(utc_us);
+    return text.erase(text.size() - 4, 3);  // the last three digits, before the Z
+}
+
+std::string exact_time_text(int64_t utc_us) {
     const int64_t seconds = floor_div(utc_us, US_PER_SECOND);
     const int64_t rest_us = utc_us % US_PER_SECOND;
-    const int milliseconds =
-        static_cast<int>((rest_us < 0 ? rest_us + US_PER_SECOND : rest_us) / 1000);
+    const int microseconds = static_cast<int>(rest_us < 0 ? rest_us + US_PER_SECOND : rest_us);
     const int64_t days = floor_div(seconds, SECONDS_PER_DAY);
     const int second = static_cast<int>(seconds - days * SECONDS_PER_DAY);
     int64_t year = 0;
     int month = 0, day = 0;
     date_of(days, year, month, day);
     char text[64];
-    snprintf(text, sizeof text, "%04" PRId64 "-%02d-%02dT%02d:%02d:%02d.%03dZ", year, month, day,
-             second / 3600, second / 60 % 60, second % 60, milliseconds);
+    snprintf(text, sizeof text, "%04" PRId64 "-%02d-%02dT%02d:%02d:%02d.%06dZ", year, month, day,
+             second / 3600, second / 60 % 60, second % 60, microseconds);
     return text;
 }
 
@@ -178,7 +182,7 @@ Progress::~Progress() {
 }
 
 // Not in the first half second, then ten times a second.
-void Progress::show(uint64_t done, uint64_t total) {
+void Progress::show(uint64_t done, uint64_t total, uint64_t bytes) {
     if (!m_terminal || total == 0) return;
     const Clock::time_point now = Clock::now();
     if (now < m_next) return;
@@ -188,6 +192,6 @@ void Progress::show(uint64_t done, uint64_t total) {
     const auto filled = static_cast<size_t>(part * WIDTH);
     const std::string bar = std::string(filled, '#') + std::string(WIDTH - filled, '.');
     fprintf(stderr, "\r[%s] %3d %%  %.1f MiB", bar.c_str(), static_cast<int>(part * 100),
-            static_cast<double>(done) / (1024 * 1024));
+            static_cast<double>(bytes) / (1024 * 1024));
     m_shown = true;
 }

@@ -13,6 +13,8 @@ std::string printable(const std::string& bytes);
 
 // A UTC time in microseconds as ISO 8601 with milliseconds, rounded down.
 std::string time_text(int64_t utc_us);
+// The same with microseconds.
+std::string exact_time_text(int64_t utc_us);
 // Seconds with milliseconds: "12.500 s".
 std::string duration_text(int64_t us);
 // "1 frame", "2 frames".
@@ -52,7 +54,10 @@ class Progress {
     ~Progress();
     Progress(const Progress&) = delete;
     Progress& operator=(const Progress&) = delete;
-    void show(uint64_t done, uint64_t total);
+    // Bytes done, and of how many.
+    void show(uint64_t done, uint64_t total) { show(done, total, done); }
+    // How much of something else is done, and how many bytes that makes so far.
+    void show(uint64_t done, uint64_t total, uint64_t bytes);
 
   private:
     using Clock = std::chrono::steady_clock;

@@ -4,6 +4,7 @@
 #include <cstring>
 
 #include "tools/qmtool/command.h"
+#include "tools/qmtool/decode_check.h"
 #include "tools/qmtool/output.h"
 
 namespace {
@@ -131,6 +132,81 @@ void write_finding(Json& json, const sim::Finding& finding) {
     json.text("text", text_of(finding)).end();
 }
 
+const char* row_of(const sim::FrameInfo& info) {
+    return row_name(info.kind == sim::FrameKind::audio ? sim::AUDIO_ROW : info.stream);
+}
+
+void print_wrong(uint64_t record, const sim::FrameInfo& info, const std::string& what) {
+    printf("record %" PRIu64 ", %s channel %u, frame %" PRIu32 ", %s: %s\n", record, row_of(info),
+           unsigned{info.channel}, info.number, time_text(info.time_us).c_str(),
+           printable(what).c_str());
+}
+
+void write_wrong(Json& json, uint64_t record, const sim::FrameInfo& info, const std::string& what) {
+    json.object()
+        .number("record", record)
+        .text("stream", row_of(info))
+        .number("channel", info.channel)
+        .number("frame", info.number)
+        .time("time", info.time_us)
+        .text("text", what)
+        .end();
+}
+
+void print_decoded(const DecodedFrames& decoded) {
+    std::string text = counted(decoded.pictures, "picture", "pictures") + ": " +
+                       std::to_string(decoded.fine) + " decoded and named right";
+    if (decoded.no_code > 0)
+        text += ", " + std::to_string(decoded.no_code) + " decoded, the block code is covered";
+    if (decoded.waiting > 0)
+        text += ", " + std::to_string(decoded.waiting) + " behind a gap, before a key frame";
+    text += ", " + std::to_string(decoded.wrong) + " wrong; " +
+            counted(decoded.sounds, "frame of sound", "frames of sound");
+    printf("%s\n", text.c_str());
+}
+
+void write_decoded(Json& json, const DecodedFrames& decoded) {
+    json.object("decoded")
+        .number("pictures", decoded.pictures)
+        .number("fine", decoded.fine)
+        .number("code_covered", decoded.no_code)
+        .number("behind_a_gap", decoded.waiting)
+        .number("wrong", decoded.wrong)
+        .number("sounds", decoded.sounds)
+        .end();
+}
+
+// The second half of --decode, which looks at about as many bytes again. False after it was said
+// why it cannot be done.
+bool decode_database(const CommandLine& line, const sim::DatabaseView& view, Json& json,
+                     uint64_t bytes, DecodedFrames& decoded) {
+    std::string why;
+    uint64_t told = 0;
+    if (line.json) json.array("wrong_frames");
+    Progress progress;
+    const bool done = decode_all(
+        view,
+        [&](uint64_t record, const sim::FrameInfo& info, const std::string& what) {
+            if (told++ >= MOST_LINES) return;
+            if (line.json)
+                write_wrong(json, record, info, what);
+            else
+                print_wrong(record, info, what);
+        },
+        [&](uint64_t now, uint64_t total) {
+            const double part = static_cast<double>(now) / static_cast<double>(total);
+            progress.show(static_cast<uint64_t>(part * static_cast<double>(bytes)), bytes);
+        },
+        decoded, why);
+    if (line.json) json.end();
+    if (!done) {
+        say_cannot(line, why);
+        return false;
+    }
+    if (!line.json && told > MOST_LINES) printf("and %" PRIu64 " more\n", told - MOST_LINES);
+    return true;
+}
+
 void print_end(const sim::Verified& verified, uint64_t told, bool quick) {
     const uint64_t all = verified.findings + verified.notes;
     if (all > told) printf("and %" PRIu64 " more\n", all - told);
@@ -168,9 +244,13 @@ int verify_database(const CommandLine& line) {
             },
             [&](uint64_t done, uint64_t total) { progress.show(done, total); });
     }
+    if (line.json) json.end();
+    DecodedFrames decoded;
+    if (line.decode && !decode_database(line, *view, json, verified.bytes, decoded))
+        return STATUS_CANNOT;
     if (line.json) {
-        json.end()
-            .number("finding_count", verified.findings)
+        if (line.decode) write_decoded(json, decoded);
+        json.number("finding_count", verified.findings)
             .number("note_count", verified.notes)
             .number("segments", verified.segments)
             .number("frames", verified.frames)
@@ -179,6 +259,7 @@ int verify_database(const CommandLine& line) {
         printf("%s\n", json.written().c_str());
     } else {
         print_end(verified, told, line.quick);
+        if (line.decode) print_decoded(decoded);
     }
-    return verified.findings > 0 ? STATUS_FINDINGS : STATUS_FINE;
+    return verified.findings + decoded.wrong > 0 ? STATUS_FINDINGS : STATUS_FINE;
 }

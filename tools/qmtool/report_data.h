@@ -1,0 +1,98 @@
+// The figures of a report: what is counted of each channel of each stream, also over time. How it
+// is shown stands in report_page.
+#ifndef TOOLS_QMTOOL_REPORT_DATA_H
+#define TOOLS_QMTOOL_REPORT_DATA_H
+
+#include <cstddef>
+#include <cstdint>
+#include <functional>
+#include <vector>
+
+#include "sdk/db/check.h"
+#include "sdk/db/disk_reader.h"
+
+// The least, the most and the mean of values.
+struct Range {
+    uint64_t count = 0, sum = 0;
+    uint32_t least = UINT32_MAX, most = 0;
+    void add(uint32_t value);
+    double mean() const {
+        return count > 0 ? static_cast<double>(sum) / static_cast<double>(count) : 0;
+    }
+};
+
+// What falls into one stretch of time.
+struct Bin {
+    uint32_t frames = 0;
+    uint32_t missing = 0;  // numbers, before one of its frames
+    uint64_t bytes = 0;
+    bool covered = false;  // recording went on in it, perhaps with no frame
+};
+
+// One channel of one stream, or its sound.
+struct Lane {
+    Range sizes, key_sizes;  // bytes of payload: all, and key frames
+    Range key_distance;      // numbers from a key frame to the next one of its run
+    uint64_t missing = 0;    // numbers that no frame has
+    int64_t first_us = 0, last_us = 0;
+    int64_t usual_us = 0;  // from a frame to the next, lately
+    // Without pauses: the time, and what came in it.
+    int64_t steady_us = 0;
+    uint64_t steady_frames = 0, steady_bytes = 0;
+    std::vector<Bin> bins;  // as many as the axis has
+
+    uint64_t frames() const { return sizes.count; }
+    double frame_rate() const;  // a second, 0 when it is not known
+    double bit_rate() const;
+    // Of one bin; where the recording begins or ends in it only that part of it counts.
+    double bin_seconds(size_t bin, int64_t bin_begin_us, int64_t bin_us) const;
+
+  private:
+    friend class ReportData;
+    uint32_t m_number = 0, m_run = 0, m_key = 0;  // of the last frame; number of the last key frame
+    bool m_has_key = false;                       // there was one in that run
+};
+
+// Memory does not grow with the recording: the bins become longer instead, always twice as long.
+class ReportData {
+  public:
+    static constexpr size_t MOST_BINS = 600;
+    static constexpr int64_t LEAST_BIN_US = 1'000'000;
+
+    // The next frame in the order of recording.
+    void take(const sim::FrameInfo& info);
+    // All that a reader has now.
+    void take_all(sim::DiskReader& reader,
+                  const std::function<void(uint64_t done, uint64_t total)>& progress);
+
+    uint64_t frames() const { return m_frames; }
+    uint64_t bytes() const { return m_bytes; }
+    uint64_t missing() const;
+    // Rows as in a summary; null when nothing is recorded of it.
+    const Lane* lane(int row, int channel) const;
+
+    // The axis of time: bins() stretches of bin_us().
+    int64_t begin_us() const { return m_begin_us; }
+    int64_t bin_us() const { return m_bin_us; }
+    size_t bins() const { return m_bins; }
+    int64_t end_us() const { return m_begin_us + static_cast<int64_t>(m_bins) * m_bin_us; }
+    // Of a time on the axis; times beyond it are those of its ends.
+    size_t bin_of(int64_t time_us) const;
+    // Of all frames.
+    int64_t earliest_us() const { return m_earliest_us; }
+    int64_t latest_us() const { return m_latest_us; }
+
+  private:
+    void make_room(int64_t time_us);
+    void double_bins();
+    void shift_bins(size_t by);
+    void follow(Lane& lane, const sim::FrameInfo& info, int64_t time_us);
+
+    Lane m_lanes[sim::SUMMARY_ROWS][QMCODEC_CHANNELS];
+    uint64_t m_frames = 0, m_bytes = 0;
+    int64_t m_begin_us = 0, m_bin_us = LEAST_BIN_US;
+    size_t m_bins = 0;
+    int64_t m_earliest_us = 0, m_latest_us = 0;
+};
+
+#endif  // TOOLS_QMTOOL_REPORT_DATA_H

@@ -1,0 +1,168 @@
+// The sections of the streams: a table, and a card of each channel with its picture and its plots.
+#include <algorithm>
+
+#include "tools/qmtool/output.h"
+#include "tools/qmtool/report_page.h"
+#include "tools/qmtool/report_plot.h"
+#include "tools/qmtool/report_text.h"
+
+namespace {
+
+std::string name_of(int row, int channel) {
+    return std::string(row_name(row)) + " channel " + std::to_string(channel);
+}
+
+std::string cell(const std::string& text, bool bad = false) {
+    return (bad ? "<td class=\"bad\">" : "<td>") + text + "</td>";
+}
+
+std::string number_cell(uint64_t value, bool bad_above_0 = false) {
+    return cell(std::to_string(value), bad_above_0 && value > 0);
+}
+
+// P frames follow key frames only where there are such.
+bool has_p_frames(int row) { return row != QMCODEC_STREAM_JPEG && row != sim::AUDIO_ROW; }
+
+std::string distance_text(const Range& range) {
+    if (range.count == 0) return "\u2013";
+    if (range.least == range.most) return std::to_string(range.least);
+    return std::to_string(range.least) + "\u2013" + std::to_string(range.most) + ", mean " +
+           fixed(range.mean(), 1);
+}
+
+std::string sizes_text(const Range& range) {
+    if (range.count == 0) return "\u2013";
+    if (range.least == range.most) return bytes_text(range.least);
+    return bytes_text(range.least) + "\u2013" + bytes_text(range.most) + ", mean " +
+           bytes_text(range.mean());
+}
+
+std::string second_text(int64_t utc_us) {
+    const std::string text = time_text(utc_us);
+    return text.substr(0, text.rfind('.')) + "Z";
+}
+
+std::string table_row(const ReportSource& source, int row, int channel, const Lane& lane) {
+    std::string out = "<tr><th scope=\"row\">" + std::to_string(channel) + "</th>" +
+                      number_cell(lane.frames()) + number_cell(lane.missing, true) +
+                      number_cell(source.summary.channels[row][channel].gaps) +
+                      cell(fixed(lane.frame_rate(), 2)) + cell(rate_text(lane.bit_rate()));
+    if (has_p_frames(row))
+        out += number_cell(lane.key_sizes.count) + cell(distance_text(lane.key_distance)) +
+               cell(lane.key_sizes.count > 0 ? bytes_text(lane.key_sizes.mean()) : "\u2013");
+    return out + cell(bytes_text(lane.sizes.mean())) + cell(bytes_text(lane.sizes.least)) +
+           cell(bytes_text(lane.sizes.most)) + cell(second_text(lane.first_us)) +
+           cell(second_text(lane.last_us)) + "</tr>\n";
+}
+
+std::string plot_figure(const PlotText& text, const std::string& most, const std::string& svg) {
+    return "<figure class=\"plots\"><figcaption>" + text.title + "<span>up to " + most +
+           "</span></figcaption>" + svg + "</figure>\n";
+}
+
+// The values that are drawn of one channel.
+struct Rates {
+    std::vector<double> frames, bits;  // a second; -1 where nothing was recorded
+    double most_frames = 0, most_bits = 0;
+};
+
+Rates rates_of(const ReportData& data, const Lane& lane) {
+    Rates out;
+    for (size_t bin = 0; bin < data.bins(); ++bin) {
+        const Bin& in = lane.bins[bin];
+        const double seconds = lane.bin_seconds(
+            bin, data.begin_us() + static_cast<int64_t>(bin) * data.bin_us(), data.bin_us());
+        out.frames.push_back(in.covered ? in.frames / seconds : -1);
+        out.bits.push_back(in.covered ? 8 * static_cast<double>(in.bytes) / seconds : -1);
+        out.most_frames = std::max(out.most_frames, out.frames.back());
+        out.most_bits = std::max(out.most_bits, out.bits.back());
+    }
+    return out;
+}
+
+std::string plots(const ReportData& data, const Lane& lane, const std::string& id,
+                  const std::string& name) {
+    const Rates rates = rates_of(data, lane);
+    const double frames = round_above(rates.most_frames), bits = round_above(rates.most_bits);
+    const PlotText of_frames = {id + "f", "Frames a second",
+                                name + ": mean " + fixed(lane.frame_rate(), 2) + ", most " +
+                                    fixed(rates.most_frames, 2) + ", " +
+                                    std::to_string(lane.missing) + " dropped"};
+    const PlotText of_bits = {
+        id + "b", "Bit rate",
+        name + ": mean " + rate_text(lane.bit_rate()) + ", most " + rate_text(rates.most_bits)};
+    const std::string begin = time_text(data.begin_us()), end = time_text(data.end_us());
+    const size_t begin_day = begin.find('T') + 1, end_day = end.find('T') + 1;
+    return plot_figure(of_frames, fixed(frames, frames < 10 ? 1 : 0),
+                       value_plot(of_frames, data, lane, rates.frames, frames)) +
+           plot_figure(of_bits, rate_text(bits),
+                       value_plot(of_bits, data, lane, rates.bits, bits)) +
+           "<div class=\"axis\"><span>" + begin.substr(begin_day, 8) + "</span><span>" +
+           end.substr(end_day, 8) + "</span></div>\n";
+}
+
+std::string facts(int row, const Lane& lane) {
+    std::string out = counted(lane.frames(), "frame", "frames");
+    if (lane.missing > 0)
+        out += ", <span class=\"bad\">" + std::to_string(lane.missing) + " dropped</span>";
+    if (has_p_frames(row) && lane.key_distance.count > 0)
+        out += "<br>key frame every " + distance_text(lane.key_distance);
+    return out + "<br>" + sizes_text(lane.sizes);
+}
+
+std::string picture(int row, const Thumbnail& thumbnail, const Lane& lane,
+                    const std::string& name) {
+    std::string out = "<figure class=\"seen\">";
+    if (thumbnail.jpeg.empty())
+        out += "<div class=\"none\">No picture: " + escaped(thumbnail.why) + "</div>";
+    else
+        out += "<img alt=\"What " + name + " shows in frame " +
+               std::to_string(thumbnail.info.number) + "\" width=\"" +
+               std::to_string(thumbnail.size.width) + "\" height=\"" +
+               std::to_string(thumbnail.size.height) + "\" src=\"data:image/jpeg;base64," +
+               base64(thumbnail.jpeg) + "\">";
+    out += "<figcaption>";
+    if (!thumbnail.jpeg.empty())
+        out += std::string("frame ") + std::to_string(thumbnail.info.number) + ", " +
+               std::to_string(thumbnail.recorded.width) + " \u00d7 " +
+               std::to_string(thumbnail.recorded.height) + "<br>" + "<time>" +
+               time_text(thumbnail.info.time_us) + "</time><br>";
+    return out + facts(row, lane) + "</figcaption></figure>\n";
+}
+
+}  // namespace
+
+std::string row_start(const ReportSource& source, int row) {
+    const std::string id = std::string("row-") + std::to_string(row);
+    std::string out = "<section aria-labelledby=\"" + id + "\"><h2 id=\"" + id + "\">" +
+                      row_name(row) +
+                      "</h2>\n<div class=\"scroll\" role=\"region\" tabindex=\"0\" "
+                      "aria-label=\"Figures of " +
+                      row_name(row) + "\"><table><caption>Figures of " + row_name(row) +
+                      " by channel; rates without pauses</caption><thead><tr>";
+    std::vector<const char*> heads = {"Channel", "Frames",   "Dropped",
+                                      "Gaps",    "Frames/s", "Bit rate"};
+    if (has_p_frames(row))
+        heads.insert(heads.end(), {"Key frames", "Key distance", "Mean key size"});
+    heads.insert(heads.end(), {"Mean size", "Least", "Most", "First", "Last"});
+    for (const char* head : heads) out += std::string("<th scope=\"col\">") + head + "</th>";
+    out += "</tr></thead><tbody>\n";
+    for (int ch = 0; ch < QMCODEC_CHANNELS; ++ch)
+        if (const Lane* lane = source.data.lane(row, ch)) out += table_row(source, row, ch, *lane);
+    return out + "</tbody></table></div>\n<div class=\"cards\">\n";
+}
+
+std::string lane_card(const ReportSource& source, int row, int channel,
+                      const Thumbnail* thumbnail) {
+    const Lane* lane = source.data.lane(row, channel);
+    if (!lane) return "";
+    const std::string name = name_of(row, channel);
+    const std::string id = std::string("p") + std::to_string(row) + "-" + std::to_string(channel);
+    return "<article class=\"card\" aria-labelledby=\"" + id + "\"><h3 id=\"" + id + "\">" + name +
+           "</h3>\n" +
+           (thumbnail ? picture(row, *thumbnail, *lane, name)
+                      : "<p class=\"note\">" + facts(row, *lane) + "</p>\n") +
+           plots(source.data, *lane, id, name) + "</article>\n";
+}
+
+std::string row_end() { return "</div></section>\n"; }
