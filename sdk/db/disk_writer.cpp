@@ -61,12 +61,16 @@ std::unique_ptr<DiskWriter> DiskWriter::open(FileSystem& files, const std::strin
     return writer;
 }
 
-// A file that cannot be read may hold frames with the next numbers: they are passed over.
+// A file that cannot be read may hold frames with the next numbers: they are passed over, in a
+// segment behind it.
 void DiskWriter::recover(const Newest& newest) {
     const uint64_t most_frames = MAX_SEGMENT_BYTES / RECORD_BYTES;
     bool unreadable = newest.error < 0;
     if (newest.found && !go_on_in(newest.header)) unreadable = true;
-    if (unreadable) m_next_sequence += most_frames;
+    if (unreadable) {
+        m_next_sequence += most_frames;
+        leave_segment();
+    }
     m_batch.end.sequence = m_next_sequence;
     m_batch.end.run = m_run;
     m_batch.latest_utc_us = m_latest_utc_us;
