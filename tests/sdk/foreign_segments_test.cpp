@@ -2,12 +2,14 @@
 // never a reason to hide what the .ini names.
 #include <gtest/gtest.h>
 
+#include <cerrno>
 #include <filesystem>
 #include <memory>
 #include <string>
 
 #include "sdk/db/disk_reader.h"
 #include "sdk/db/disk_writer.h"
+#include "tests/proof/pass_files.h"
 #include "tests/support/temp_dir.h"
 
 namespace {
@@ -94,6 +96,38 @@ TEST_F(ForeignSegments, AroundOurOwnHideNothingThatTheIniNames) {
     record(own, 100, 5);
     EXPECT_EQ(frames(), 20U);
     EXPECT_EQ(dir.read("db.ini"), ini);
+}
+
+// A file cannot be opened for writing once.
+class OnceUnopenable : public PassFiles {
+  public:
+    explicit OnceUnopenable(const std::string& name)
+        : PassFiles(sim::real_file_system()), m_name(name) {}
+    int open(int folder, const std::string& name, Access access) override {
+        if (name != m_name || access != Access::write) return PassFiles::open(folder, name, access);
+        m_name.clear();
+        return -ENFILE;
+    }
+
+  private:
+    std::string m_name;
+};
+
+// Not foreign, but not known to the recorder: what it records comes behind it all the same.
+TEST_F(ForeignSegments, AreNotWhatASegmentIsThatCannotBeOpened) {
+    record(own, 10, 7);  // two segments
+    OnceUnopenable files(sim::segment_name("db.ini", 2));
+    sim::WriterOptions options;
+    options.segment_bytes = SEGMENT_BYTES;
+    options.ring_segments = 10;
+    std::string why;
+    {
+        const auto writer = sim::DiskWriter::open(files, own, options, why);
+        ASSERT_TRUE(writer) << why;
+        append(*writer, 3);
+        EXPECT_TRUE(writer->finish(m_now_us));
+    }
+    EXPECT_EQ(frames(), 10U);
 }
 
 // Not foreign, only cut: whatever of its headers is left counts for the recorder as for readers.
