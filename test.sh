@@ -16,8 +16,7 @@ for argument in "$@"; do
 done
 
 need_for_building
-need have_googletest libgtest-dev "the tests are written with it"
-need "command -v python3" python3 "runs the tests of the scripts"
+need_for_tests
 install_missing
 
 # Warnings are errors where the variable CI is set.

@@ -34,6 +34,18 @@ need_for_building() {
     need "command -v g++" g++ "compiles the program"
 }
 
+# What the tests are run with, and whom they compare with.
+need_for_tests() {
+    need have_googletest libgtest-dev "the tests are written with it"
+    need "command -v python3" python3 "runs the tests of the scripts"
+    need "command -v ffmpeg" ffmpeg "decodes what was recorded"
+    need "command -v djpeg" libjpeg-turbo-progs "decodes JPEG pictures"
+    need "command -v gst-launch-1.0" gstreamer1.0-tools "decodes what was recorded"
+    need "gst-inspect-1.0 jpegdec" gstreamer1.0-plugins-good "decodes JPEG pictures"
+    need "gst-inspect-1.0 openh264dec" gstreamer1.0-plugins-bad "decodes H.264 pictures"
+    need "echo 'int main(){}' | g++ -m32 -xc++ - -o /dev/null" g++-multilib "builds for 32 bits"
+}
+
 install_missing() {
     [ ${#missing_packages[@]} -gt 0 ] || return 0
     local names="${missing_packages[*]}" as_root=() output
