@@ -310,22 +310,27 @@ TEST_F(Board, StartsARunningChannelWithAKeyFrameWhenAThreadBeginsToCollect) {
     thread.DestroyThread();
 }
 
+// Every span of 2 seconds of every channel, each with its own pattern and colours.
 TEST_F(Board, HoldsTheBitRateInWhatIsRecorded) {
-    iqm_db* db = open_memory_db("main.ini", 512, 100'000);
+    iqm_db* db = open_memory_db("main.ini", 1024, 100'000);
     qm_thread_encode thread;
     start(thread, db);
-    encoder->SetBitrateType(0, 0, 1);
-    encoder->SetBitrate(0, 0, 2'048'000);
-    switch_on(0, 0, 30, 30, 3);
-    step_seconds(10);
-    const auto records = records_of(db, 0, 0);
-    ASSERT_EQ(records.size(), 300u);
-    for (size_t at = 0; at + 60 <= records.size(); ++at) {
-        double bytes = 0;
-        for (size_t i = at; i < at + 60; ++i) bytes += records[i].bytes;
-        EXPECT_NEAR(bytes, 512'000, 5'120) << at;
+    for (int ch = 0; ch < 16; ++ch) {
+        encoder->SetBitrateType(0, ch, 1);
+        encoder->SetBitrate(0, ch, 2'048'000);
+        switch_on(0, ch, 30, 30, 3);
     }
-    EXPECT_GT(records[30].bytes, records[31].bytes);
+    step_seconds(6);
+    for (int ch = 0; ch < 16; ++ch) {
+        const auto records = records_of(db, 0, ch);
+        ASSERT_EQ(records.size(), 180u);
+        for (size_t at = 0; at + 60 <= records.size(); ++at) {
+            double bytes = 0;
+            for (size_t i = at; i < at + 60; ++i) bytes += records[i].bytes;
+            EXPECT_NEAR(bytes, 512'000, 5'120) << ch << " " << at;
+        }
+        EXPECT_GT(records[30].bytes, records[31].bytes);
+    }
     thread.DestroyThread();
 }
 
