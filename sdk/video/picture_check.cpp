@@ -32,21 +32,21 @@ PictureCheck::Found PictureCheck::check(const FrameInfo& info, const uint8_t* pa
         m_follows = false;
         return Found::waits_for_key;
     }
-    m_follows = true;
     m_number = info.number;
     m_picture = &m_h264.picture();
-    if (m_h264.was_key() != key)
-        return refuse(key ? "it is no key picture" : "it is a key picture");
-    return check_code(info);
+    const Found found = m_h264.was_key() == key
+                            ? check_code(info)
+                            : refuse(key ? "it is no key picture" : "it is a key picture");
+    m_follows = true;  // whatever its record says, the next picture refers to it
+    return found;
 }
 
 PictureCheck::Found PictureCheck::check_code(const FrameInfo& info) {
     BlockCode code;
     if (read_block_code(*m_picture, code) != CodeFound::valid) return Found::no_code;
     if (code == BlockCode{info.stream, info.channel, info.number}) return Found::fine;
-    return refuse("its picture is that of channel " + std::to_string(code.channel + 1) +
-                  ", stream " + std::to_string(code.stream) + ", frame " +
-                  std::to_string(code.number));
+    return refuse("its picture is that of stream " + std::to_string(code.stream) + ", channel " +
+                  std::to_string(code.channel) + ", frame " + std::to_string(code.number));
 }
 
 }  // namespace sim

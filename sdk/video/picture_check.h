@@ -25,8 +25,9 @@ class PictureCheck {
     // The next frame, in the order of recording. Its numbers need not follow each other: behind a
     // gap everything waits for a key frame.
     Found check(const FrameInfo& info, const uint8_t* payload, size_t bytes);
+    // Streams and channels are counted from 0 in it.
     const std::string& error() const { return m_error; }
-    // What was decoded last; null when the last frame was not.
+    // What was decoded last; null when the last frame was not, or is wrong.
     const Picture* picture() const { return m_picture; }
 
   private:

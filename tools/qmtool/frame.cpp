@@ -120,6 +120,13 @@ void tell(const CommandLine& line, const Shown& shown, size_t bytes) {
            counted(bytes, "byte", "bytes").c_str());
 }
 
+// Says what is in the way of the file.
+int cannot_write(const CommandLine& line, const std::string& why) {
+    CommandLine of_file = line;
+    of_file.database = line.output;
+    return say_cannot(of_file, why);
+}
+
 }  // namespace
 
 int show_frame(const CommandLine& line) {
@@ -158,7 +165,7 @@ int show_frame(const CommandLine& line) {
                                     (wrong.empty() ? "frames before it are missing" : wrong));
     }
     const std::vector<uint8_t> bytes = bytes_of(shown, kind);
-    if (!write_file(line, bytes, why)) return say_cannot(line, why);
+    if (!write_file(line, bytes, why)) return cannot_write(line, why);
     tell(line, shown, bytes.size());
     return STATUS_FINE;
 }

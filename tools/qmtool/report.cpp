@@ -85,6 +85,13 @@ void tell(const CommandLine& line, const ReportData& data, const Written& writte
     printf(", %s\n", counted(written.bytes, "byte", "bytes").c_str());
 }
 
+// Says what is in the way of the file.
+int cannot_write(const CommandLine& line, const std::string& why) {
+    CommandLine of_file = line;
+    of_file.database = line.output;
+    return say_cannot(of_file, why);
+}
+
 }  // namespace
 
 int write_report(const CommandLine& line) {
@@ -97,7 +104,7 @@ int write_report(const CommandLine& line) {
     if (!reader) return say_cannot(line, why);
     {
         ClipFile trial;  // what is in the way is said before the long work
-        if (!trial.create(line.output, line.force)) return say_cannot(line, trial.error());
+        if (!trial.create(line.output, line.force)) return cannot_write(line, trial.error());
     }
     sim::Summary summary;
     ReportData data;
@@ -117,11 +124,11 @@ int write_report(const CommandLine& line) {
     const ReportSource source{*view, summary, data, recorded};
     watch_for_interruption();
     ClipFile file;
-    if (!file.create(line.output, line.force)) return say_cannot(line, file.error());
+    if (!file.create(line.output, line.force)) return cannot_write(line, file.error());
     Written written;
     PageWriter page(source, *reader, file);
     if (!page.write(written) || interrupted() || !file.settle() || !file.publish())
-        return say_cannot(line, file.error().empty() ? "interrupted" : file.error());
+        return cannot_write(line, file.error().empty() ? "interrupted" : file.error());
     tell(line, data, written);
     const bool found = summary.damaged > 0 || summary.missing.count > 0 ||
                        (segments_not_read(summary) > 0 && !recorded) || written.without > 0;

@@ -114,7 +114,7 @@ std::string picture(int row, const Thumbnail& thumbnail, const Lane& lane,
                     const std::string& name) {
     std::string out = "<figure class=\"seen\">";
     if (thumbnail.jpeg.empty())
-        out += "<div class=\"none\">No picture: " + escaped(thumbnail.why) + "</div>";
+        out += "<div class=\"none\">No picture: " + html_text(thumbnail.why) + "</div>";
     else
         out += "<img alt=\"What " + name + " shows in frame " +
                std::to_string(thumbnail.info.number) + "\" width=\"" +

@@ -148,9 +148,9 @@ std::string page_start(const ReportSource& source) {
     std::string out =
         "<!DOCTYPE html>\n<html lang=\"en\">\n<head>\n<meta charset=\"utf-8\">\n"
         "<meta name=\"viewport\" content=\"width=device-width, initial-scale=1\">\n<title>" +
-        escaped(source.view.ini_name()) + ", recordings</title>\n<style>" + REPORT_STYLE +
+        html_text(source.view.ini_name()) + ", recordings</title>\n<style>" + REPORT_STYLE +
         "</style>\n</head>\n<body>\n<header><h1>Recordings</h1>\n<p class=\"path\">" +
-        escaped(source.view.path());
+        html_text(source.view.path());
     if (source.recorded) out += ", being recorded: this is what was in it so far";
     out += "</p>\n" + totals(source) + "</header>\n";
     if (source.data.frames() > 0) out += navigation(source.data);

@@ -14,8 +14,8 @@ std::string open_plot(const PlotText& text, const char* kind, size_t bins) {
     return "<svg class=\"" + std::string(kind) + "\" role=\"img\" aria-labelledby=\"" + text.id +
            "-t " + text.id + "-d\" viewBox=\"0 0 " + std::to_string(bins) + " " +
            std::to_string(HEIGHT) + "\" preserveAspectRatio=\"none\"><title id=\"" + text.id +
-           "-t\">" + escaped(text.title) + "</title><desc id=\"" + text.id + "-d\">" +
-           escaped(text.description) + "</desc>";
+           "-t\">" + html_text(text.title) + "</title><desc id=\"" + text.id + "-d\">" +
+           html_text(text.description) + "</desc>";
 }
 
 std::string path(const char* kind, const std::string& steps) {

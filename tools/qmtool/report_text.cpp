@@ -7,7 +7,7 @@
 
 #include "tools/qmtool/output.h"
 
-std::string escaped(const std::string& bytes) {
+std::string html_text(const std::string& bytes) {
     std::string out;
     for (const char c : printable(bytes)) {
         switch (c) {

@@ -7,7 +7,7 @@
 #include <vector>
 
 // Any bytes as the text of an HTML element, or of an attribute in quotation marks.
-std::string escaped(const std::string& bytes);
+std::string html_text(const std::string& bytes);
 
 std::string fixed(double value, int digits);
 // "640 B", "41.9 kB", "1.2 GB": decimal.

@@ -1,0 +1,160 @@
+// What a frame is found to be when it is decoded, beside what its record says of it.
+#include "sdk/video/picture_check.h"
+
+#include <gtest/gtest.h>
+
+#include <utility>
+#include <vector>
+
+#include "sdk/video/h264_writer.h"
+#include "sdk/video/jpeg_writer.h"
+
+namespace {
+
+using namespace sim;
+using Found = PictureCheck::Found;
+using Frame = std::pair<FrameInfo, std::vector<uint8_t>>;
+
+Scene scene_of(uint8_t stream) {
+    Scene scene;
+    scene.pattern = Pattern::moving_bar;
+    scene.stream = stream;
+    scene.channel = 9;
+    scene.size = {352, 288};
+    return scene;
+}
+
+FrameInfo info_of(FrameKind kind, uint8_t stream, uint32_t number, size_t bytes) {
+    FrameInfo info;
+    info.kind = kind;
+    info.stream = stream;
+    info.channel = 9;
+    info.number = number;
+    info.bytes = static_cast<uint32_t>(bytes);
+    return info;
+}
+
+// Frames with these numbers, key frames every ten.
+std::vector<Frame> h264(const std::vector<uint32_t>& numbers, const PrivateZone& zone = {}) {
+    H264Writer writer;
+    writer.configure(scene_of(0), zone, 30);
+    std::vector<Frame> frames;
+    for (size_t i = 0; i < numbers.size(); ++i) {
+        const bool key = i % 10 == 0;
+        std::vector<uint8_t> bytes(writer.compose(numbers[i], key));
+        writer.write(bytes.size(), bytes.data());
+        frames.emplace_back(
+            info_of(key ? FrameKind::idr : FrameKind::p, 0, numbers[i], bytes.size()), bytes);
+    }
+    return frames;
+}
+
+std::vector<uint32_t> up_to(uint32_t end) {
+    std::vector<uint32_t> numbers;
+    for (uint32_t n = 0; n < end; ++n) numbers.push_back(n);
+    return numbers;
+}
+
+Found check(PictureCheck& checker, const Frame& frame) {
+    return checker.check(frame.first, frame.second.data(), frame.second.size());
+}
+
+std::vector<Found> check_all(const std::vector<Frame>& frames) {
+    PictureCheck checker;
+    std::vector<Found> found;
+    for (const Frame& frame : frames) found.push_back(check(checker, frame));
+    return found;
+}
+
+TEST(PictureCheck, FindsFramesFine) {
+    PictureCheck checker;
+    for (const Frame& frame : h264(up_to(25))) {
+        ASSERT_EQ(check(checker, frame), Found::fine) << frame.first.number;
+        ASSERT_TRUE(checker.picture());
+        EXPECT_EQ(checker.picture()->size, (PictureSize{352, 288}));
+    }
+}
+
+TEST(PictureCheck, BehindALostFrameAllWaitForTheNextKeyFrame) {
+    std::vector<Frame> frames = h264(up_to(25));
+    frames.erase(frames.begin() + 7);
+    const std::vector<Found> found = check_all(frames);
+    for (size_t i = 0; i < found.size(); ++i)
+        EXPECT_EQ(found[i], i == 7 || i == 8 ? Found::waits_for_key : Found::fine) << i;
+}
+
+TEST(PictureCheck, ASlotThatWasPassedOverIsNoLoss) {
+    for (const Found found : check_all(h264({0, 1, 2, 5, 6, 9, 100})))
+        EXPECT_EQ(found, Found::fine);
+}
+
+TEST(PictureCheck, BeforeTheFirstKeyFrameAllWait) {
+    std::vector<Frame> frames = h264(up_to(12));
+    frames.erase(frames.begin());
+    const std::vector<Found> found = check_all(frames);
+    for (size_t i = 0; i < found.size(); ++i)
+        EXPECT_EQ(found[i], i < 9 ? Found::waits_for_key : Found::fine) << i;
+}
+
+TEST(PictureCheck, ADamagedFrameIsWrongAndTheOthersWait) {
+    std::vector<Frame> frames = h264(up_to(12));
+    for (size_t i = 8; i < frames[4].second.size(); ++i) frames[4].second[i] = 0xFF;
+    const std::vector<Found> found = check_all(frames);
+    for (size_t i = 0; i < found.size(); ++i)
+        EXPECT_EQ(found[i], i == 4            ? Found::wrong
+                            : i > 4 && i < 10 ? Found::waits_for_key
+                                              : Found::fine)
+            << i;
+}
+
+TEST(PictureCheck, ARecordThatSaysSomethingElseIsWrongAlone) {
+    for (int what = 0; what < 3; ++what) {
+        std::vector<Frame> frames = h264(up_to(12));
+        FrameInfo& info = frames[4].first;
+        if (what == 0) info.number = 77;
+        if (what == 1) info.channel = 3;
+        if (what == 2) info.stream = 5;
+        PictureCheck checker;
+        for (size_t i = 0; i < frames.size(); ++i) {
+            EXPECT_EQ(check(checker, frames[i]), i == 4 ? Found::wrong : Found::fine) << i;
+            EXPECT_EQ(checker.picture() == nullptr, i == 4);
+            EXPECT_EQ(checker.error(),
+                      i == 4 ? "its picture is that of stream 0, channel 9, frame 4" : "");
+        }
+    }
+}
+
+TEST(PictureCheck, AKeyFrameIsWhatItsRecordSays) {
+    std::vector<Frame> frames = h264(up_to(12));
+    frames[10].first.kind = FrameKind::p;
+    EXPECT_EQ(check_all(frames)[10], Found::wrong);
+    frames = h264(up_to(12));
+    frames[4].first.kind = FrameKind::idr;
+    EXPECT_EQ(check_all(frames)[4], Found::wrong);
+}
+
+TEST(PictureCheck, ACoveredCodeIsNoError) {
+    PrivateZone zone;
+    zone.enabled = true;
+    zone.start_y = 144;
+    zone.width = 352;
+    zone.height = 144;
+    for (const Found found : check_all(h264(up_to(12), zone))) EXPECT_EQ(found, Found::no_code);
+}
+
+TEST(PictureCheck, JpegPicturesStandAlone) {
+    JpegWriter writer;
+    writer.configure(scene_of(2), {}, 30);
+    std::vector<Frame> frames;
+    for (const uint32_t number : {3U, 9U, 2U, 4U}) {
+        std::vector<uint8_t> bytes(writer.compose(number));
+        writer.write(bytes.size(), bytes.data());
+        frames.emplace_back(info_of(FrameKind::jpeg, 2, number, bytes.size()), bytes);
+    }
+    frames[1].second.resize(300);
+    frames[3].first.number = 5;
+    EXPECT_EQ(check_all(frames),
+              (std::vector<Found>{Found::fine, Found::wrong, Found::fine, Found::wrong}));
+}
+
+}  // namespace
