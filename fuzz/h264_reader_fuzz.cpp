@@ -1,9 +1,5 @@
 // Any bytes as access units of one stream, in three ways: as they are, behind a good key picture,
 // and as the macroblocks of a good slice, which random bytes would hardly ever get to.
-//
-//     clang++ -std=c++20 -g -O1 -fsanitize=fuzzer,address,undefined -I. -o h264_reader_fuzz \
-//         fuzz/h264_reader_fuzz.cpp sdk/video/h264_*read*.cpp sdk/video/h264_nal.cpp \
-//         sdk/video/h264_sets.cpp sdk/video/h264_rebuild.cpp sdk/video/cavlc_reader.cpp
 #include <cstddef>
 #include <cstdint>
 #include <cstdlib>

@@ -42,6 +42,30 @@ TEST(Settings, TakeEveryName) {
     EXPECT_TRUE(s.fail_open.strikes());
 }
 
+TEST(Settings, ChooseWhatIsSeen) {
+    sim::Settings s;
+    EXPECT_EQ(s.pattern, -1);
+    EXPECT_EQ(s.text, 2);
+    EXPECT_EQ(s.view(), "");
+    EXPECT_EQ(complaints_of(s, "pattern=zone_plate text=counters view=/a/b.h264 view_channel=16"),
+              "");
+    EXPECT_EQ(s.pattern, 4);  // sim::Pattern::zone_plate
+    EXPECT_EQ(s.text, 1);     // sim::Text::counters
+    EXPECT_EQ(s.view(), "/a/b.h264");
+    EXPECT_TRUE(s.view_wanted);
+    EXPECT_EQ(s.view_channel, 16);
+    EXPECT_EQ(complaints_of(s, "pattern=mixed text=off view=nowhere view_channel=0"), "");
+    EXPECT_EQ(s.pattern, -1);
+    EXPECT_EQ(s.text, 0);
+    EXPECT_FALSE(s.view_wanted);
+    EXPECT_EQ(complaints_of(s, "pattern=stripes"),
+              "qm7105 board: QM_BOARD: 'pattern=stripes' is ignored: bad value\n");
+    EXPECT_EQ(complaints_of(s, "view=/a/b.mov"),
+              "qm7105 board: QM_BOARD: 'view=/a/b.mov' is ignored: bad value\n");
+    EXPECT_EQ(complaints_of(s, "view_channel=17"),
+              "qm7105 board: QM_BOARD: 'view_channel=17' is ignored: bad value\n");
+}
+
 TEST(Settings, FailAsOftenAsTold) {
     sim::Settings s;
     sim::apply_settings(s, "fail.open=2");
