@@ -97,7 +97,7 @@ std::vector<uint8_t> jpeg_of(const Picture& picture, const FrameInfo& info, int 
         out.resize(static_cast<size_t>(end - out.data()));
         const bool last = row + 1 == rows;
         out.push_back(0xFF);
-        out.push_back(last ? 0xD9 : static_cast<uint8_t>(0xD0 + row % 8));  // EOI, RSTn
+        out.push_back(static_cast<uint8_t>(last ? 0xD9 : 0xD0 + row % 8));  // EOI, RSTn
     }
     return out;
 }
