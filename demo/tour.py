@@ -4,11 +4,10 @@
 Usage: tour.py PROGRAM QMTOOL ENVFILE      (started by ./run.sh --tour)
 
 Records the main and the other streams, watches the rate tables, and leaves the program. Then qmtool
-verifies the databases, the program is started again and plays them back, and qmtool exports a clip and
-writes a report. With a main database in
-memory the recording is played back while it goes on instead. Exit status 0 only if everything seen
-was right; otherwise the last line says what was not. Every wait has a deadline, so the tour never
-hangs.
+verifies the databases, the program is started again and plays them back, and qmtool exports a clip
+and writes a report. With a main database in memory the recording is played back while it goes on
+instead. Exit status 0 only if everything seen was right; otherwise the last line says what was not.
+Every wait has a deadline, so the tour never hangs.
 
 Databases on disk may hold recordings of earlier runs: they stay, and count as well.
 """

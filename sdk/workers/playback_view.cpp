@@ -7,10 +7,12 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <cinttypes>
 #include <cstdio>
 #include <cstring>
 
 #include "sdk/runtime/settings.h"
+#include "sdk/video/h264_reader.h"
 
 namespace sim {
 
@@ -25,8 +27,16 @@ bool ends_with(const std::string& text, const std::string& ending) {
            text.compare(text.size() - ending.size(), ending.size(), ending) == 0;
 }
 
-// Pictures of a height that is one of PAL's come 25 a second, all others 30.
-int rate_of(PictureSize size) { return size.height % 144 == 0 && size.width <= 704 ? 25 : 30; }
+// Frames a second: as the stream says, else 25 for a height that is one of PAL's and 30 for others.
+uint32_t rate_of(const qm_dbframe& frame, PictureSize size) {
+    NalUnits units(frame.payload.get(), frame.info.bytes);
+    NalUnit unit;
+    SequenceInfo sequence;
+    while (frame.info.kind == FrameKind::idr && units.next(unit))
+        if (read_sequence(unit, sequence) && sequence.ticks > 0)
+            return std::max(sequence.time_scale / 2 / sequence.ticks, 1U);
+    return size.height % 144 == 0 && size.width <= 704 ? 25 : 30;
+}
 
 }  // namespace
 
@@ -100,8 +110,9 @@ bool PlaybackView::compose(const qm_dbframe& frame, const Picture* picture) {
     if (m_size.width == 0) {
         m_size = picture->size;
         char head[80];
-        const int length = snprintf(head, sizeof head, "YUV4MPEG2 W%d H%d F%d:1 Ip A0:0 C420\n",
-                                    m_size.width, m_size.height, rate_of(m_size));
+        const int length =
+            snprintf(head, sizeof head, "YUV4MPEG2 W%d H%d F%" PRIu32 ":1 Ip A0:0 C420\n",
+                     m_size.width, m_size.height, rate_of(frame, m_size));
         m_waiting.assign(head, head + length);
     }
     if (!(picture->size == m_size)) {

@@ -154,6 +154,14 @@ TEST_F(View, MakesAFileOfPictures) {
               std::string(y.begin(), y.end()));
 }
 
+TEST_F(View, TellsTheRateOfPictures) {
+    set("view=" + dir.file("pb.y4m"));
+    encoder.set_frame_rate(12, 0, {});
+    show(2);
+    view.close();
+    EXPECT_EQ(dir.read("pb.y4m").substr(0, 28), "YUV4MPEG2 W176 H120 F12:1 Ip");
+}
+
 TEST_F(View, TouchesNoFileThatIsThere) {
     const std::string path = dir.write("pb.h264", "mine");
     set("view=" + path);

@@ -38,7 +38,7 @@ struct Command {
 constexpr char DATABASE_HELP[] =
     "  DB        path of the database's .ini file, or of a folder with one database in it\n";
 constexpr char STATUS_HELP[] =
-    "\nExit status: 0 fine, 1 something was found, 2 wrong usage, 3 it cannot be read.\n";
+    "\nExit status: 0 fine, 1 something was found, 2 wrong usage, 3 it cannot be read, or written.\n";
 
 // clang-format off
 constexpr Command COMMANDS[] = {
