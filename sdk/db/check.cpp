@@ -168,8 +168,9 @@ void DatabaseView::find_identity() {
     size_t last = m_numbers.size();
     while (last > 0 && !database_of(m_numbers[last - 1], newest)) --last;
     if (last == 0 || newest == m_identity) return;
-    while (named && --last > 0)
-        if (database_of(m_numbers[last - 1], other) && other == m_identity) return;
+    if (named)
+        for (const size_t place : places_to_ask(last))
+            if (database_of(m_numbers[place], other) && other == m_identity) return;
     m_identity = newest;
 }
 

@@ -60,9 +60,9 @@ int DiskReader::open_header(uint64_t number, SegmentHeader& header) {
 }
 
 size_t DiskReader::place_of(uint64_t number) const {
-    const auto found = std::partition_point(
-        m_segments.begin(), m_segments.end(),
-        [number](const Segment& segment) { return segment.number < number; });
+    const auto found =
+        std::partition_point(m_segments.begin(), m_segments.end(),
+                             [number](const Segment& segment) { return segment.number < number; });
     if (found == m_segments.end() || found->number != number) return NONE;
     return static_cast<size_t>(found - m_segments.begin());
 }
@@ -120,11 +120,11 @@ bool DiskReader::decide_identity() {
     m_identity = header.database;
     m_has_identity = true;
     if (!m_has_ini || m_identity == m_ini_identity) return true;
-    const auto named = [&](const Segment& segment) {
-        return readable(segment) && header.database == m_ini_identity;
-    };
-    if (std::find_if(newest_one + 1, m_segments.rend(), named) != m_segments.rend())
+    for (const size_t place : places_to_ask(static_cast<size_t>(m_segments.rend() - newest_one))) {
+        if (!readable(m_segments[place]) || header.database != m_ini_identity) continue;
         m_identity = m_ini_identity;
+        break;
+    }
     return true;
 }
 

@@ -179,16 +179,23 @@ int SegmentFiles::find_newest(Newest& newest, size_t& place) {
 // The newest segment is not of the database that the .ini names. When another one is, that is the
 // newest, and those behind it do not belong here.
 void SegmentFiles::decide_identity(Newest& newest, size_t& place) {
-    for (size_t k = place - 1; k > 0; --k) {
-        const uint64_t number = m_numbers[k - 1];
-        SegmentHeader header;
-        const Opened file(m_files, open_existing(number));
-        if (file.get() < 0 || !load_segment_header(m_files, file.get(), number, header) ||
-            header.database != m_identity)
-            continue;
-        newest.header = header;
-        place = k;
-        return;
+    SegmentHeader header;
+    const auto is_own = [&](size_t at) {
+        const Opened file(m_files, open_existing(m_numbers[at]));
+        return file.get() >= 0 && load_segment_header(m_files, file.get(), m_numbers[at], header) &&
+               header.database == m_identity;
+    };
+    size_t above = place;
+    for (const size_t at : places_to_ask(place)) {
+        if (is_own(at)) {
+            size_t last = above - 1;  // the newest may be behind it
+            while (last > at && !is_own(last)) --last;
+            if (!is_own(last)) return;
+            newest.header = header;
+            place = last + 1;
+            return;
+        }
+        above = at;
     }
 }
 

@@ -239,6 +239,15 @@ bool load_copy(FileSystem& files, int file, uint64_t offset, uint64_t number,
 
 }  // namespace
 
+std::vector<size_t> places_to_ask(size_t count) {
+    constexpr size_t MOST = 200;
+    std::vector<size_t> places;
+    const size_t asked = std::min(count, MOST);
+    for (size_t i = asked; i-- > 0;)
+        places.push_back(asked == 1 ? 0 : i * (count - 1) / (asked - 1));
+    return places;
+}
+
 bool load_segment_header(FileSystem& files, int file, uint64_t number, SegmentHeader& header,
                          int* copies) {
     const bool first = load_copy(files, file, 0, number, header);

@@ -5,6 +5,7 @@
 
 #include <functional>
 #include <memory>
+#include <vector>
 
 #include "sdk/db/file_system.h"
 #include "sdk/db/format.h"
@@ -102,6 +103,10 @@ class SegmentScan {
     ScanResult m_result;
     uint64_t m_wasted = 0;  // bytes of records whose checksum did not hold
 };
+
+// Who looks among many segments for one of a database asks some of them: places of at most 200 of
+// `count`, evenly spread, from the last to the first.
+std::vector<size_t> places_to_ask(size_t count);
 
 // The header of an open segment from either of its copies. False when neither is one, or it is not
 // that of segment `number`. `copies` (when not null): how many of the two are whole.
