@@ -138,6 +138,18 @@ class Report(ClipCase):
         self.assertEqual([one["d"] for one in page.find("path", class_="drop")],
                          ["M1.5,0V100", "M1.5,85V100", "M1.5,85V100"])
 
+    def test_key_frames_at_another_distance_are_marked(self):
+        # Keys at 0, 10, 30 and 40: 10 is usual, 20 is not, and ends at 30 * 0.04 s.
+        self.folder.write(segment([frame for frame in pictures() if frame.number != 20]))
+        page = self.report()
+        self.assertEqual(page.table()[0]["Key distance"], "10, 1 other: 20")
+        self.assertIn("key frame every 10, 1 other: 20", page.find("figcaption")[0]["text"])
+        self.assertEqual([one["d"] for one in page.find("path", class_="odd")], ["M1.5,0V15"])
+        self.folder.write(segment(pictures() + pictures(channel=4, stream=2)))
+        page = self.report("--force")
+        self.assertEqual(page.table()[0]["Key distance"], "10")
+        self.assertEqual(page.find("path", class_="odd"), [])
+
     def test_runs_are_marked(self):
         frames = [Frame(5, n, n * SLOT, AUDIO, bytes=320) for n in range(50)]
         frames += [Frame(5, n, 5_000_000 + n * SLOT, AUDIO, bytes=320, run=2) for n in range(50)]
@@ -224,6 +236,42 @@ class Report(ClipCase):
         self.assertIn("1 stretch cannot be read", page.find("section")[0]["text"])
         self.assertEqual(page.totals()["Frames"], "49")
         self.assertEqual(len(page.find("img")), 1)
+
+    def test_segments_of_another_database_are_said(self):
+        foreign = segment(tones(count=7), number=2, identity=b"\x22" * 16)
+        self.folder.write(foreign, segment(tones()))
+        page = self.report()
+        self.assertEqual(page.find("section")[0]["text"],
+                         "Not read1 segment belongs to another database")
+        self.assertEqual((page.totals()["Frames"], page.totals()["Segments"]), ("50", "1"))
+
+    def test_damage_anywhere_leaves_a_page(self):
+        whole = segment(pictures() + tones())
+        step = len(whole.data) // 40
+        for at in range(0, len(whole.data), step):
+            harmed = segment(pictures() + tones())
+            harmed.data[at:at + 300] = b"\xa5" * len(harmed.data[at:at + 300])
+            self.folder.write(harmed)
+            done, out, err = self.run_tool("report", "--force", "-o", self.path("a.html"),
+                                           self.folder.ini)
+            self.assertIn(done, (0, 1), (at, err))
+            page = Page(self.read("a.html").decode())
+            self.assertLessEqual(int(page.totals()["Frames"]), 100)
+            self.assertGreaterEqual(int(page.totals()["Frames"]), 90, at)
+
+    def test_every_channel_of_every_stream(self):
+        frames = []
+        for channel in range(16):
+            frames += tones(channel=channel, count=3)
+            for stream in range(6):
+                frames += pictures(channel=channel, stream=stream, count=2)
+        self.folder.write(segment(frames))
+        page = self.report()
+        self.assertEqual((len(page.find("img")), len(page.find("article"))), (96, 112))
+        self.assertEqual([len(page.table(number)) for number in range(7)], [16] * 7)
+        self.assertLess(len(self.text), 6_000_000)
+        ids = [one["id"] for one in page.all if "id" in one]
+        self.assertEqual(len(ids), len(set(ids)))
 
     def test_nothing_recorded(self):
         empty = Segment()

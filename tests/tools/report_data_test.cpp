@@ -101,6 +101,56 @@ TEST(ReportData, CountsNumbersThatAreMissing) {
     EXPECT_EQ(lane.key_distance.most, 10U);
 }
 
+TEST(ReportData, TheMostCommonKeyDistanceIsTheUsualOne) {
+    ReportData data;
+    EXPECT_EQ(Lane().usual_key_distance(), 0U);
+    // A key frame each second: 10 three times, 7, 10, 20 and 5000 numbers after the one before.
+    const uint32_t keys[] = {0, 10, 20, 30, 37, 47, 67, 5067};
+    int64_t us = 0;
+    for (const uint32_t key : keys) {
+        data.take(frame(key, us, 100, FrameKind::idr));
+        us += 1'000'000;
+    }
+    const Lane& lane = *data.lane(0, 4);
+    EXPECT_EQ(lane.key_distance.count, 7U);
+    EXPECT_EQ(lane.usual_key_distance(), 10U);
+    const Range others = lane.other_key_distances(10);
+    EXPECT_EQ(others.count, 3U);
+    EXPECT_EQ(others.sum, 5027U);
+    EXPECT_EQ(others.least, 7U);
+    EXPECT_EQ(others.most, 5000U);
+    const bool other[] = {false, false, false, false, true, false, true, true};
+    for (size_t bin = 0; bin < 8; ++bin)
+        EXPECT_EQ(lane.bins[bin].has_other_key(10), other[bin]) << bin;
+}
+
+TEST(ReportData, OfKeyDistancesAsCommonTheLeastIsTheUsualOne) {
+    ReportData data;
+    for (const uint32_t key : {0U, 30U, 37U}) data.take(frame(key, key, 100, FrameKind::idr));
+    EXPECT_EQ(data.lane(0, 4)->usual_key_distance(), 7U);
+}
+
+TEST(ReportData, KeyDistancesThatAreNotCountedOneByOne) {
+    ReportData data;
+    for (const uint32_t key : {0U, 5000U, 9096U, 9106U})
+        data.take(frame(key, key, 100, FrameKind::idr));
+    const Lane& lane = *data.lane(0, 4);
+    EXPECT_EQ(lane.usual_key_distance(), 0U);  // 5000 and 4096 outnumber 10
+    EXPECT_EQ(lane.other_key_distances(0).count, 3U);
+}
+
+TEST(ReportData, OtherKeyDistancesStayInLongerBins) {
+    ReportData data;
+    for (const uint32_t key : {0U, 1U, 2U, 3U, 5U, 6U, 7U})
+        data.take(frame(key, 1'000'000 * int64_t{key}, 100, FrameKind::idr));
+    data.take(frame(8, 1'199'000'000, 100));  // bins of 2 s
+    const Lane& lane = *data.lane(0, 4);
+    ASSERT_EQ(data.bin_us(), 2'000'000);
+    const bool other[] = {false, false, true, false};
+    for (size_t bin = 0; bin < 4; ++bin)
+        EXPECT_EQ(lane.bins[bin].has_other_key(1), other[bin]) << bin;
+}
+
 TEST(ReportData, TheNumbersOfARunAreItsOwn) {
     ReportData data;
     take_usual(data);

@@ -12,16 +12,53 @@ constexpr int64_t MOST_TIME_US = int64_t{1} << 61;
 constexpr int64_t LEAST_PAUSE_US = 1'000'000;
 
 Bin both(const Bin& a, const Bin& b) {
-    return {a.frames + b.frames, a.missing + b.missing, a.bytes + b.bytes, a.covered || b.covered};
+    return {a.frames + b.frames,
+            a.missing + b.missing,
+            a.bytes + b.bytes,
+            a.covered || b.covered,
+            std::min(a.key_least, b.key_least),
+            std::max(a.key_most, b.key_most)};
 }
 
 }  // namespace
 
-void Range::add(uint32_t value) {
-    ++count;
-    sum += value;
+void Range::add(uint32_t value, uint64_t times) {
+    if (times == 0) return;
+    count += times;
+    sum += value * times;
     least = std::min(least, value);
     most = std::max(most, value);
+}
+
+// The next key frame, in a bin.
+void Lane::take_key(uint32_t number, bool same_run, Bin& bin) {
+    if (m_has_key && same_run && number > m_key) {
+        const uint32_t distance = number - m_key;
+        key_distance.add(distance);
+        bin.key_least = std::min(bin.key_least, distance);
+        bin.key_most = std::max(bin.key_most, distance);
+        if (distance > MOST_DISTANCE) {
+            m_longer.add(distance);
+        } else {
+            if (distance >= m_distances.size()) m_distances.resize(distance + 1);
+            ++m_distances[distance];
+        }
+    }
+    m_key = number;
+    m_has_key = true;
+}
+
+uint32_t Lane::usual_key_distance() const {
+    const auto most = std::max_element(m_distances.begin(), m_distances.end());
+    if (most == m_distances.end() || *most < m_longer.count) return 0;
+    return static_cast<uint32_t>(most - m_distances.begin());
+}
+
+Range Lane::other_key_distances(uint32_t usual) const {
+    Range out = m_longer;
+    for (uint32_t distance = 1; distance < m_distances.size(); ++distance)
+        if (distance != usual) out.add(distance, m_distances[distance]);
+    return out;
 }
 
 double Lane::frame_rate() const {
@@ -64,10 +101,7 @@ void ReportData::take(const sim::FrameInfo& info) {
     lane.sizes.add(info.bytes);
     if (is_key(info.kind)) {
         lane.key_sizes.add(info.bytes);
-        if (lane.m_has_key && info.run == lane.m_run && info.number > lane.m_key)
-            lane.key_distance.add(info.number - lane.m_key);
-        lane.m_key = info.number;
-        lane.m_has_key = true;
+        lane.take_key(info.number, info.run == lane.m_run, lane.bins[bin_of(time_us)]);
     } else if (info.run != lane.m_run) {
         lane.m_has_key = false;
     }

@@ -15,7 +15,7 @@
 struct Range {
     uint64_t count = 0, sum = 0;
     uint32_t least = UINT32_MAX, most = 0;
-    void add(uint32_t value);
+    void add(uint32_t value, uint64_t times = 1);
     double mean() const {
         return count > 0 ? static_cast<double>(sum) / static_cast<double>(count) : 0;
     }
@@ -27,6 +27,13 @@ struct Bin {
     uint32_t missing = 0;  // numbers, before one of its frames
     uint64_t bytes = 0;
     bool covered = false;  // recording went on in it, perhaps with no frame
+    // Of its key frames, from the one before: numbers, the least and the most.
+    uint32_t key_least = UINT32_MAX, key_most = 0;
+
+    // One of them is not `distance`.
+    bool has_other_key(uint32_t distance) const {
+        return key_most > 0 && (key_least != distance || key_most != distance);
+    }
 };
 
 // One channel of one stream, or its sound.
@@ -42,6 +49,11 @@ struct Lane {
     std::vector<Bin> bins;  // as many as the axis has
 
     uint64_t frames() const { return sizes.count; }
+    // The most common distance of key frames, the least of several such: what was set. 0 when there
+    // is none, or it is above MOST_DISTANCE.
+    uint32_t usual_key_distance() const;
+    // Those that are not `usual`.
+    Range other_key_distances(uint32_t usual) const;
     double frame_rate() const;  // a second, 0 when it is not known
     double bit_rate() const;
     // Of one bin; where the recording begins or ends in it only that part of it counts.
@@ -49,6 +61,12 @@ struct Lane {
 
   private:
     friend class ReportData;
+    static constexpr uint32_t MOST_DISTANCE = 4095;  // up to it each one is counted
+
+    void take_key(uint32_t number, bool same_run, Bin& bin);
+
+    std::vector<uint32_t> m_distances;            // how often each came, as long as it has to be
+    Range m_longer;                               // above MOST_DISTANCE
     uint32_t m_number = 0, m_run = 0, m_key = 0;  // of the last frame; number of the last key frame
     bool m_has_key = false;                       // there was one in that run
 };

@@ -23,11 +23,29 @@ std::string number_cell(uint64_t value, bool bad_above_0 = false) {
 // P frames follow key frames only where there are such.
 bool has_p_frames(int row) { return row != QMCODEC_STREAM_JPEG && row != sim::AUDIO_ROW; }
 
-std::string distance_text(const Range& range) {
-    if (range.count == 0) return "\u2013";
-    if (range.least == range.most) return std::to_string(range.least);
-    return std::to_string(range.least) + "\u2013" + std::to_string(range.most) + ", mean " +
-           fixed(range.mean(), 1);
+std::string from_to(const Range& range) {
+    const std::string least = std::to_string(range.least);
+    return range.least == range.most ? least : least + "\u2013" + std::to_string(range.most);
+}
+
+// The usual distance of key frames, and what is marked as other than that.
+std::string distance_text(const Lane& lane) {
+    if (lane.key_distance.count == 0) return "\u2013";
+    const uint32_t usual = lane.usual_key_distance();
+    if (usual == 0) return from_to(lane.key_distance);
+    const Range others = lane.other_key_distances(usual);
+    if (others.count == 0) return std::to_string(usual);
+    return std::to_string(usual) + ", <span class=\"odd\">" +
+           counted(others.count, "other", "others") + ": " + from_to(others) + "</span>";
+}
+
+// Where key frames are that do not have the usual distance.
+std::vector<size_t> other_keys(const ReportData& data, const Lane& lane) {
+    std::vector<size_t> out;
+    const uint32_t usual = lane.usual_key_distance();
+    for (size_t bin = 0; usual > 0 && bin < data.bins(); ++bin)
+        if (lane.bins[bin].has_other_key(usual)) out.push_back(bin);
+    return out;
 }
 
 std::string sizes_text(const Range& range) {
@@ -48,7 +66,7 @@ std::string table_row(const ReportSource& source, int row, int channel, const La
                       number_cell(source.summary.channels[row][channel].gaps) +
                       cell(fixed(lane.frame_rate(), 2)) + cell(rate_text(lane.bit_rate()));
     if (has_p_frames(row))
-        out += number_cell(lane.key_sizes.count) + cell(distance_text(lane.key_distance)) +
+        out += number_cell(lane.key_sizes.count) + cell(distance_text(lane)) +
                cell(lane.key_sizes.count > 0 ? bytes_text(lane.key_sizes.mean()) : "\u2013");
     return out + cell(bytes_text(lane.sizes.mean())) + cell(bytes_text(lane.sizes.least)) +
            cell(bytes_text(lane.sizes.most)) + cell(second_text(lane.first_us)) +
@@ -80,7 +98,7 @@ Rates rates_of(const ReportData& data, const Lane& lane) {
     return out;
 }
 
-std::string plots(const ReportData& data, const Lane& lane, const std::string& id,
+std::string plots(const ReportData& data, int row, const Lane& lane, const std::string& id,
                   const std::string& name) {
     const Rates rates = rates_of(data, lane);
     const double frames = round_above(rates.most_frames), bits = round_above(rates.most_bits);
@@ -93,8 +111,10 @@ std::string plots(const ReportData& data, const Lane& lane, const std::string& i
         name + ": mean " + rate_text(lane.bit_rate()) + ", most " + rate_text(rates.most_bits)};
     const std::string begin = time_text(data.begin_us()), end = time_text(data.end_us());
     const size_t begin_day = begin.find('T') + 1, end_day = end.find('T') + 1;
-    return plot_figure(of_frames, fixed(frames, frames < 10 ? 1 : 0),
-                       value_plot(of_frames, data, lane, rates.frames, frames)) +
+    return plot_figure(
+               of_frames, fixed(frames, frames < 10 ? 1 : 0),
+               value_plot(of_frames, data, lane, rates.frames, frames,
+                          has_p_frames(row) ? other_keys(data, lane) : std::vector<size_t>{})) +
            plot_figure(of_bits, rate_text(bits),
                        value_plot(of_bits, data, lane, rates.bits, bits)) +
            "<div class=\"axis\"><span>" + begin.substr(begin_day, 8) + "</span><span>" +
@@ -106,7 +126,7 @@ std::string facts(int row, const Lane& lane) {
     if (lane.missing > 0)
         out += ", <span class=\"bad\">" + std::to_string(lane.missing) + " dropped</span>";
     if (has_p_frames(row) && lane.key_distance.count > 0)
-        out += "<br>key frame every " + distance_text(lane.key_distance);
+        out += "<br>key frame every " + distance_text(lane);
     return out + "<br>" + sizes_text(lane.sizes);
 }
 
@@ -162,7 +182,7 @@ std::string lane_card(const ReportSource& source, int row, int channel,
            "</h3>\n" +
            (thumbnail ? picture(row, *thumbnail, *lane, name)
                       : "<p class=\"note\">" + facts(row, *lane) + "</p>\n") +
-           plots(source.data, *lane, id, name) + "</article>\n";
+           plots(source.data, row, *lane, id, name) + "</article>\n";
 }
 
 std::string row_end() { return "</div></section>\n"; }

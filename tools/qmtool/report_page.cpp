@@ -59,9 +59,13 @@ std::string not_read(const sim::Summary& summary) {
     if (segments_not_read(summary) > 0)
         tell(counted(segments_not_read(summary), "segment", "segments") +
              " cannot be read; qmtool verify tells why");
+    const uint64_t foreign = summary.segments[static_cast<size_t>(sim::SegmentState::foreign)];
+    if (foreign > 0)
+        tell(counted(foreign, "segment belongs", "segments belong") + " to another database");
     uint64_t missing = 0;
     for (const sim::MissingRecords& records : summary.missing.items) missing += records.count;
-    if (missing > 0) tell(counted(missing, "record is missing", "records are missing"));
+    const char* at_least = summary.missing.count > summary.missing.items.size() ? "at least " : "";
+    if (missing > 0) tell(at_least + counted(missing, "record is missing", "records are missing"));
     if (out.empty()) return "";
     return "<section aria-labelledby=\"unread\"><h2 id=\"unread\" class=\"bad\">Not read</h2><ul>" +
            out + "</ul></section>\n";
@@ -132,7 +136,8 @@ std::string time_section(const ReportSource& source) {
     out += "<div class=\"lane\"><span></span>" + axis(data) + "</div>\n";
     return out +
            "<ul class=\"key\"><li><i class=\"k-band\"></i>recorded</li><li><i class=\"k-drop\"></i>"
-           "dropped frames</li><li><i class=\"k-begin\"></i>a run begins</li><li>times are UTC; one "
+           "dropped frames</li><li><i class=\"k-begin\"></i>a run begins</li><li><i "
+           "class=\"k-odd\"></i>another key-frame distance than usual</li><li>times are UTC; one "
            "step is " +
            span_text(data.bin_us()) + "</li></ul></div></section>\n";
 }

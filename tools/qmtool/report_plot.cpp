@@ -27,11 +27,11 @@ std::string step(char kind, size_t value) { return kind + std::to_string(value);
 std::string move_to(size_t bin, int y) { return step('M', bin) + "," + std::to_string(y); }
 std::string down_to(int y) { return step('V', static_cast<size_t>(y)); }
 
-// From the top to the bottom in the middle of the bins.
-std::string marks_path(const std::vector<size_t>& marks, int top) {
+// Upright, in the middle of the bins.
+std::string marks_path(const std::vector<size_t>& marks, int top, int bottom = HEIGHT) {
     std::string out;
     for (const size_t bin : marks)
-        out += step('M', bin) + ".5," + std::to_string(top) + down_to(HEIGHT);
+        out += step('M', bin) + ".5," + std::to_string(top) + down_to(bottom);
     return out;
 }
 
@@ -80,10 +80,12 @@ std::string time_line(const PlotText& text, const ReportData& data, const Lane& 
 }
 
 std::string value_plot(const PlotText& text, const ReportData& data, const Lane& lane,
-                       const std::vector<double>& values, double most) {
+                       const std::vector<double>& values, double most,
+                       const std::vector<size_t>& key_marks) {
     return open_plot(text, "plot", data.bins()) + path("area", steps_of(values, most, true)) +
            path("edge", steps_of(values, most, false)) +
-           path("drop", marks_path(missing_bins(data, lane), HEIGHT - 15)) + "</svg>";
+           path("drop", marks_path(missing_bins(data, lane), HEIGHT - 15)) +
+           path("odd", marks_path(key_marks, 0, 15)) + "</svg>";
 }
 
 std::string mark_line(const PlotText& text, size_t bins, const std::vector<size_t>& marks) {

@@ -16,10 +16,11 @@ struct PlotText {
 // When the channel was recorded, with marks where numbers are missing.
 std::string time_line(const PlotText& text, const ReportData& data, const Lane& lane);
 
-// A value for each bin, below 0 where there is none, on a scale from 0 to `most`; marks where
-// numbers are missing.
+// A value for each bin, below 0 where there is none, on a scale from 0 to `most`; marks at its foot
+// where numbers are missing, and at its head at `key_marks`.
 std::string value_plot(const PlotText& text, const ReportData& data, const Lane& lane,
-                       const std::vector<double>& values, double most);
+                       const std::vector<double>& values, double most,
+                       const std::vector<size_t>& key_marks = {});
 
 // Marks at bins.
 std::string mark_line(const PlotText& text, size_t bins, const std::vector<size_t>& marks);

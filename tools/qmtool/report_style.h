@@ -4,10 +4,10 @@
 
 inline constexpr char REPORT_STYLE[] = R"(
 :root{color-scheme:light dark;--ground:#f5f7f9;--card:#fff;--text:#182028;--soft:#56626e;
---rule:#d5dce3;--line:#1763b8;--fill:#1763b833;--band:#3f83cc;--drop:#c4261d;--begin:#8a5a00}
+--rule:#d5dce3;--line:#1763b8;--fill:#1763b833;--band:#3f83cc;--drop:#c4261d;--begin:#8a5a00;--odd:#7a35b8}
 @media (prefers-color-scheme:dark){:root{--ground:#10151a;--card:#192027;--text:#e4eaf0;
 --soft:#9dabb8;--rule:#323d48;--line:#74b3f7;--fill:#74b3f733;--band:#4b8fd6;--drop:#ff8278;
---begin:#f0bc5e}}
+--begin:#f0bc5e;--odd:#cf9ff5}}
 *{box-sizing:border-box}
 body{margin:0 auto;max-width:1280px;padding:1.25rem;background:var(--ground);color:var(--text);
 font:16px/1.45 system-ui,"Segoe UI",Roboto,"Helvetica Neue",Arial,sans-serif}
@@ -41,6 +41,8 @@ svg path{vector-effect:non-scaling-stroke;fill:none}
 .edge{stroke:var(--line);stroke-width:1.5px}
 .drop{stroke:var(--drop);stroke-width:2px}
 .begin{stroke:var(--begin);stroke-width:3px}
+path.odd{stroke:var(--odd);stroke-width:2px}
+span.odd{color:var(--odd)}
 .axis{display:flex;justify-content:space-between;gap:.4rem;color:var(--soft);font-size:.75rem;
 font-variant-numeric:tabular-nums}
 .key{display:flex;flex-wrap:wrap;gap:.2rem 1.2rem;margin:.6rem 0 0;padding:0;list-style:none;
@@ -49,6 +51,7 @@ color:var(--soft);font-size:.82rem}
 .key .k-band{background:var(--band)}
 .key .k-drop{width:3px;background:var(--drop)}
 .key .k-begin{width:3px;background:var(--begin)}
+.key .k-odd{width:3px;background:var(--odd)}
 .scroll{overflow-x:auto;background:var(--card);border:1px solid var(--rule);border-radius:6px}
 .scroll:focus-visible{outline:2px solid var(--line)}
 table{border-collapse:collapse;width:100%;font-size:.8rem;font-variant-numeric:tabular-nums}
@@ -75,12 +78,11 @@ time{white-space:nowrap}
 footer{margin-top:2rem;color:var(--soft);font-size:.8rem}
 @media (max-width:40rem){body{padding:.8rem}h1{font-size:1.4rem}
 .lane{grid-template-columns:5.6rem 1fr}.lane>span:first-child{font-size:.75rem}
-
 .seen img,.seen .none{width:7.4rem}.seen figcaption{font-size:.75rem}
 .axis.five span:nth-child(even){display:none}
 .totals{grid-template-columns:1fr 1fr}}
 @media print{:root{color-scheme:light;--ground:#fff;--card:#fff;--text:#000;--soft:#444;
---rule:#bbb;--line:#1763b8;--fill:#1763b833;--band:#3f83cc;--drop:#c4261d;--begin:#8a5a00}
+--rule:#bbb;--line:#1763b8;--fill:#1763b833;--band:#3f83cc;--drop:#c4261d;--begin:#8a5a00;--odd:#7a35b8}
 *{print-color-adjust:exact;-webkit-print-color-adjust:exact}body{max-width:none;padding:0;font-size:11pt}nav{display:none}
 .scroll{overflow:visible}table{font-size:6.5pt}th,td{padding:.15rem .25rem}
 .cards{grid-template-columns:1fr 1fr}tbody th{position:static}h2,h3{break-after:avoid}}
