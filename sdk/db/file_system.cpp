@@ -27,7 +27,7 @@ namespace {
 constexpr mode_t FILE_MODE = 0640;
 constexpr mode_t FOLDER_MODE = 0750;
 constexpr int FIRST_FILE = 3;  // 0 to 2 are the console's, even when it has closed them
-constexpr uint64_t DIRECT_UNIT = 4096;
+constexpr size_t DIRECT_UNIT = 4096;
 constexpr size_t BOUNCE_BYTES = 64 * 1024;
 
 static_assert(sizeof(off_t) == 8);
@@ -124,7 +124,7 @@ int64_t read_direct(int file, uint8_t* out, size_t size, uint64_t offset) {
         if (got < 0 && errno == EINTR) continue;
         if (got < 0) return -errno;
         if (static_cast<uint64_t>(got) <= skip) break;
-        const size_t part = std::min(size - done, static_cast<size_t>(got) - skip);
+        const size_t part = std::min(size - done, static_cast<size_t>(got) - static_cast<size_t>(skip));
         memcpy(out + done, static_cast<uint8_t*>(bounce.get()) + skip, part);
         done += part;
     }

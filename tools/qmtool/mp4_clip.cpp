@@ -141,7 +141,7 @@ bool Mp4Clip::write_silence(uint64_t samples) {
         }
         for (; samples >= SECOND; samples -= SECOND) m_movie.sound.add_run(SECOND, m_silent_second);
     }
-    m_sound.insert(m_sound.end(), samples, SILENCE);
+    m_sound.insert(m_sound.end(), static_cast<size_t>(samples), SILENCE);
     return true;
 }
 

@@ -61,7 +61,8 @@ ClipWriter::Taken WavClip::sound(const ClipFrame& clip) {
         if (!m_file.write(silence.data(), some)) return Taken::failed;
         left -= some;
     }
-    return m_file.write(frame.payload.get() + place.cut, frame.info.bytes - place.cut)
+    return m_file.write(frame.payload.get() + place.cut,
+                        static_cast<size_t>(frame.info.bytes - place.cut))
                ? Taken::written
                : Taken::failed;
 }
