@@ -343,8 +343,9 @@ TEST_F(Session, PrintsEachTableEverySecondOfBoardTime) {
         _l_st_stat.mask_a = 1;
         app_stat_run(0, nullptr);
         auto& taken = env.main_encode_thread->stat[0].period_frames[0];
-        // The thread takes its start time first; the clock stands still until it has.
-        std::this_thread::sleep_for(std::chrono::milliseconds(200));
+        // The thread takes its start time first; the clock stands still until it has, on a busy
+        // machine too.
+        std::this_thread::sleep_for(std::chrono::seconds(2));
         for (int second = 0; second < 3; ++second) {
             sim::step_clock(1'000'000);
             while (taken != 0) std::this_thread::sleep_for(std::chrono::milliseconds(1));
