@@ -107,7 +107,8 @@ class Matrix(unittest.TestCase):
             clip = self.export(database, stream, channel, ".h264")
             decoder = ("h264parse", "!", "openh264dec")
         figures = self.check(database, stream, channel,
-                             ["gst-launch-1.0", "-q", "filesrc", "location=" + clip, "!", *decoder,
+                             ["gst-launch-1.0", "-q", "--gst-debug=*:2,basesrc:1",
+                              "--gst-debug-no-color", "filesrc", "location=" + clip, "!", *decoder,
                               *TAIL])
         os.remove(clip)
         return figures

@@ -80,34 +80,43 @@ std::vector<sim::PrivateZone> zones_of(sim::PictureSize size) {
             zone_of(0, size.height - 40, 97, 37)};               // over the block code
 }
 
+// Encoders that run side by side; a database has frames in the order of time.
+struct Lane {
+    sim::EncoderChannel encoder;
+    sim::Content content;
+    std::vector<sim::PrivateZone> zones;
+};
+
 // Each of the zones for six frames, six frames without one before each.
 int zones(const std::string& path, bool pal, bool with) {
     constexpr int LANES = 15;  // each stream, size, pattern
     constexpr uint8_t QUANTISERS[] = {27, 0, 51, 10};
     constexpr uint32_t KEY_INTERVALS[] = {0, 7, 1, 300};
-    constexpr int HOLD = 6;
+    constexpr size_t HOLD = 6;
     Recorder recorder(path);
+    std::vector<Lane> lanes;
     for (int i = 0; i < LANES; ++i) {
         const auto at = static_cast<size_t>(i);
-        sim::EncoderChannel encoder = encoder_of(i % QMCODEC_STREAMS, i, pal);
         const uint32_t resolution = static_cast<uint32_t>(i) % 5;
-        encoder.set_resolution(resolution);
-        encoder.set_qp(QUANTISERS[at % 4]);
-        encoder.set_idr_interval(KEY_INTERVALS[at / 3 % 4]);
-        encoder.switch_on({});
-        sim::Content content;
-        content.pattern = static_cast<sim::Pattern>(i % sim::PATTERNS);
-        for (const sim::PrivateZone& zone : zones_of(sim::picture_size(resolution, pal))) {
-            for (int n = 0; n < 2 * HOLD; ++n) {
-                const sim::PrivateZone now = n < HOLD ? sim::PrivateZone{} : zone;
-                if (with) encoder.set_zone(now);
-                const sim::FrameInfo info = recorder.record(encoder, content);
-                printf("%u %u %" PRIu32 " %u %u %u %u\n", unsigned{info.stream},
-                       unsigned{info.channel}, info.number, unsigned{now.start_x},
-                       unsigned{now.start_y}, unsigned{now.width}, unsigned{now.height});
-            }
-        }
+        Lane lane{encoder_of(i % QMCODEC_STREAMS, i, pal), {}, {}};
+        lane.encoder.set_resolution(resolution);
+        lane.encoder.set_qp(QUANTISERS[at % 4]);
+        lane.encoder.set_idr_interval(KEY_INTERVALS[at / 3 % 4]);
+        lane.encoder.switch_on({});
+        lane.content.pattern = static_cast<sim::Pattern>(i % sim::PATTERNS);
+        lane.zones = zones_of(sim::picture_size(resolution, pal));
+        lanes.push_back(std::move(lane));
     }
+    for (size_t n = 0; n < lanes[0].zones.size() * 2 * HOLD; ++n)
+        for (Lane& lane : lanes) {
+            const sim::PrivateZone now =
+                n / HOLD % 2 == 0 ? sim::PrivateZone{} : lane.zones[n / HOLD / 2];
+            if (with) lane.encoder.set_zone(now);
+            const sim::FrameInfo info = recorder.record(lane.encoder, lane.content);
+            printf("%u %u %" PRIu32 " %u %u %u %u\n", unsigned{info.stream}, unsigned{info.channel},
+                   info.number, unsigned{now.start_x}, unsigned{now.start_y}, unsigned{now.width},
+                   unsigned{now.height});
+        }
     return recorder.finish();
 }
 
@@ -137,16 +146,17 @@ int long_lanes(const std::string& path, bool pal) {
     constexpr int FRAMES = 700;
     constexpr uint32_t KEY_INTERVALS[] = {0, 1, 15, 300};
     Recorder recorder(path);
-    int channel = 0;
-    for (const uint32_t interval : KEY_INTERVALS) {
-        sim::EncoderChannel encoder = encoder_of(3, channel++, pal);
-        encoder.set_resolution(0);
-        encoder.set_idr_interval(interval);
-        encoder.switch_on({});
-        sim::Content content;
-        content.pattern = sim::Pattern::moving_bar;
-        for (int n = 0; n < FRAMES; ++n) recorder.record(encoder, content);
+    std::vector<sim::EncoderChannel> encoders;
+    for (int channel = 0; channel < 4; ++channel) {
+        encoders.push_back(encoder_of(3, channel, pal));
+        encoders.back().set_resolution(0);
+        encoders.back().set_idr_interval(KEY_INTERVALS[channel]);
+        encoders.back().switch_on({});
     }
+    sim::Content content;
+    content.pattern = sim::Pattern::moving_bar;
+    for (int n = 0; n < FRAMES; ++n)
+        for (sim::EncoderChannel& encoder : encoders) recorder.record(encoder, content);
     return recorder.finish();
 }
 
