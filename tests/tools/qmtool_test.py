@@ -20,7 +20,7 @@ class CommandLine(Case):
         for command in COMMANDS:
             self.assertIn(f"\n  {command} ", out)
         self.assertIn("Exit status: 0 fine, 1 something was found, 2 wrong usage, 3 it cannot be "
-                      "read.\n", out)
+                      "read, or written.\n", out)
 
     def test_every_command_has_help(self):
         for command in COMMANDS:
