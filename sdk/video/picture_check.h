@@ -18,12 +18,13 @@ class PictureCheck {
     enum class Found {
         fine,
         no_code,        // decoded; its block code is covered or missing
-        waits_for_key,  // not decoded: a frame that it refers to was not checked before it
+        waits_for_key,  // no picture: a frame that it refers to was not checked before it
         wrong,          // error() says what
     };
 
     // The next frame, in the order of recording. Its numbers need not follow each other: behind a
-    // gap everything waits for a key frame.
+    // slot that the encoder passed over the pictures go on, behind a lost frame all wait for a key
+    // frame.
     Found check(const FrameInfo& info, const uint8_t* payload, size_t bytes);
     // Streams and channels are counted from 0 in it.
     const std::string& error() const { return m_error; }
@@ -33,10 +34,12 @@ class PictureCheck {
   private:
     Found check_code(const FrameInfo& info);
     Found refuse(const std::string& why);
+    Found wait_for_key();
 
     H264Reader m_h264;
     JpegReader m_jpeg;
     bool m_follows = false;  // the picture before was decoded, and is what the next refers to
+    bool m_coded = false;    // its block code could be read
     uint32_t m_number = 0;   // of that picture
     const Picture* m_picture = nullptr;
     std::string m_error;

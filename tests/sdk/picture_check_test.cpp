@@ -34,13 +34,14 @@ FrameInfo info_of(FrameKind kind, uint8_t stream, uint32_t number, size_t bytes)
     return info;
 }
 
-// Frames with these numbers, key frames every ten.
-std::vector<Frame> h264(const std::vector<uint32_t>& numbers, const PrivateZone& zone = {}) {
+// Frames with these numbers.
+std::vector<Frame> h264(const std::vector<uint32_t>& numbers, const PrivateZone& zone = {},
+                        size_t key_every = 10) {
     H264Writer writer;
     writer.configure(scene_of(0), zone, 30);
     std::vector<Frame> frames;
     for (size_t i = 0; i < numbers.size(); ++i) {
-        const bool key = i % 10 == 0;
+        const bool key = i % key_every == 0;
         std::vector<uint8_t> bytes(writer.compose(numbers[i], key));
         writer.write(bytes.size(), bytes.data());
         frames.emplace_back(
@@ -133,6 +134,70 @@ TEST(PictureCheck, AKeyFrameIsWhatItsRecordSays) {
     EXPECT_EQ(check_all(frames)[4], Found::wrong);
 }
 
+// Whatever was done to it: a picture is not covered when the key picture before is not.
+TEST(PictureCheck, ADecodedFrameThatSpoilsTheCodeIsWrongAndTheOthersWait) {
+    std::vector<Frame> frames = h264(up_to(12));
+    // What it changes are the squares of other numbers.
+    frames[4].second = h264({0, 1, 2, 77'777, 77'778})[4].second;
+    PictureCheck checker;
+    for (size_t i = 0; i < frames.size(); ++i) {
+        EXPECT_EQ(check(checker, frames[i]), i == 4            ? Found::wrong
+                                             : i > 4 && i < 10 ? Found::waits_for_key
+                                                               : Found::fine)
+            << i;
+        EXPECT_EQ(checker.error(),
+                  i == 4 ? "its block code cannot be read, that of the picture before can" : "");
+        EXPECT_EQ(checker.picture() != nullptr, i < 4 || i >= 10);
+    }
+}
+
+// As many as H.264 counts before it begins again.
+TEST(PictureCheck, BehindTwoHundredAndFiftySixLostFramesAllWait) {
+    std::vector<Frame> frames = h264(up_to(320), {}, 310);
+    frames.erase(frames.begin() + 20, frames.begin() + 20 + 256);
+    const std::vector<Found> found = check_all(frames);
+    for (size_t i = 0; i < found.size(); ++i)
+        EXPECT_EQ(found[i], i < 20 || i >= 310 - 256 ? Found::fine : Found::waits_for_key) << i;
+}
+
+// The zone comes and goes with key frames; nothing is wrong with either.
+TEST(PictureCheck, AZoneOverAPartOfTheCodeIsNoError) {
+    PrivateZone zone;
+    zone.enabled = true;
+    zone.start_x = 60;
+    zone.start_y = 250;
+    zone.width = 40;
+    zone.height = 20;
+    std::vector<Frame> frames = h264(up_to(10));
+    const std::vector<Frame> covered = h264(up_to(10), zone);
+    frames.insert(frames.end(), covered.begin(), covered.end());
+    for (const Frame& frame : h264(up_to(10))) frames.push_back(frame);
+    const std::vector<Found> found = check_all(frames);
+    for (size_t i = 0; i < found.size(); ++i)
+        EXPECT_EQ(found[i], i < 10 || i >= 20 ? Found::fine : Found::no_code) << i;
+}
+
+TEST(PictureCheck, GarbageIsWrongAndNeverAPicture) {
+    constexpr size_t HUGE_BYTES = 8 << 20;
+    const std::vector<Frame> good = h264(up_to(11));
+    for (const FrameKind kind : {FrameKind::idr, FrameKind::p, FrameKind::jpeg}) {
+        for (const size_t bytes : {size_t{0}, size_t{1}, size_t{5}, HUGE_BYTES}) {
+            for (const int value : {0x00, 0x01, 0xFF, 0x5A}) {
+                PictureCheck checker;
+                ASSERT_EQ(check(checker, good[0]), Found::fine);
+                const Frame garbage = {info_of(kind, 0, 1, bytes),
+                                       std::vector<uint8_t>(bytes, static_cast<uint8_t>(value))};
+                EXPECT_EQ(check(checker, garbage), Found::wrong);
+                EXPECT_EQ(checker.picture(), nullptr);
+                EXPECT_NE(checker.error(), "");
+                EXPECT_EQ(check(checker, good[1]), Found::waits_for_key);
+                EXPECT_EQ(checker.error(), "");
+                EXPECT_EQ(check(checker, good[10]), Found::fine);
+            }
+        }
+    }
+}
+
 TEST(PictureCheck, ACoveredCodeIsNoError) {
     PrivateZone zone;
     zone.enabled = true;
@@ -155,6 +220,22 @@ TEST(PictureCheck, JpegPicturesStandAlone) {
     frames[3].first.number = 5;
     EXPECT_EQ(check_all(frames),
               (std::vector<Found>{Found::fine, Found::wrong, Found::fine, Found::wrong}));
+}
+
+TEST(PictureCheck, ACoveredCodeOfAJpegIsNoError) {
+    PrivateZone zone;
+    zone.enabled = true;
+    zone.start_y = 144;
+    zone.width = 352;
+    zone.height = 144;
+    JpegWriter writer;
+    writer.configure(scene_of(2), zone, 30);
+    std::vector<uint8_t> bytes(writer.compose(3));
+    writer.write(bytes.size(), bytes.data());
+    PictureCheck checker;
+    EXPECT_EQ(check(checker, {info_of(FrameKind::jpeg, 2, 3, bytes.size()), bytes}),
+              Found::no_code);
+    EXPECT_TRUE(checker.picture());
 }
 
 }  // namespace

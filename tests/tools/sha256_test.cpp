@@ -33,7 +33,8 @@ TEST(Sha256, DoesNotDependOnThePieces) {
     std::string text;
     for (size_t size = 0; size < 200; ++size) {
         const std::string whole = sum_of(text);
-        for (const size_t piece : {1, 3, 63, 64, 65}) EXPECT_EQ(sum_of(text, piece), whole) << size;
+        for (const size_t piece : {size_t{1}, size_t{3}, size_t{63}, size_t{64}, size_t{65}})
+            EXPECT_EQ(sum_of(text, piece), whole) << size;
         text += static_cast<char>(size * 7);
     }
 }
