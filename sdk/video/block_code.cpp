@@ -45,13 +45,20 @@ uint64_t block_code_bits(const BlockCode& code) {
     return with_crc(names << 40 | uint64_t{code.number} << 8);
 }
 
-CodeFound read_block_code(const Picture& picture, BlockCode& out) {
+std::optional<uint64_t> light_squares(const Picture& picture) {
     const int top = (picture.size.height / MACROBLOCK - 2) * MACROBLOCK;
-    if (top < 0 || picture.size.width < SQUARES_A_ROW * SQUARE) return CodeFound::none;
+    if (top < 0 || picture.size.width < SQUARES_A_ROW * SQUARE) return {};
     uint64_t bits = 0;
     for (int y = top; y < top + CODE_HEIGHT; y += SQUARE)
         for (int x = 0; x < SQUARES_A_ROW * SQUARE; x += SQUARE)
             bits = bits << 1 | (is_light(picture, x, y) ? 1 : 0);
+    return bits;
+}
+
+CodeFound read_block_code(const Picture& picture, BlockCode& out) {
+    const std::optional<uint64_t> squares = light_squares(picture);
+    if (!squares) return CodeFound::none;
+    const uint64_t bits = *squares;
     if (bits == 0) return CodeFound::blank;
     if (with_crc(bits >> 16) != bits || (bits >> 16 & 0xFF) != 0) return CodeFound::none;
     out.stream = static_cast<uint8_t>(bits >> 61);

@@ -20,7 +20,8 @@ PictureCheck::Found PictureCheck::check(const FrameInfo& info, const uint8_t* pa
         m_follows = false;
         if (!m_jpeg.decode(payload, bytes)) return refuse(m_jpeg.error());
         m_picture = &m_jpeg.picture();
-        return check_code(info);
+        m_light = 0;
+        return check_code(look_at_code(info));
     }
     const bool key = info.kind == FrameKind::idr;
     // A picture refers to the one before it: one that is missing was perhaps never encoded, and
@@ -30,17 +31,15 @@ PictureCheck::Found PictureCheck::check(const FrameInfo& info, const uint8_t* pa
     if (!m_h264.decode(payload, bytes)) return gap ? wait_for_key() : refuse(m_h264.error());
     m_number = info.number;
     m_picture = &m_h264.picture();
-    BlockCode code;
-    const bool coded = read_block_code(*m_picture, code) == CodeFound::valid;
-    // Zones come and go with key pictures: in others no code gets lost.
-    if (m_coded && !coded && !m_h264.was_key())
-        return gap ? wait_for_key()
-                   : refuse("its block code cannot be read, that of the picture before can");
-    m_coded = coded;
+    if (m_h264.was_key()) m_light = 0;  // zones come and go with key pictures
+    const bool was_right = !m_covered;
+    const Code code = look_at_code(info);
+    if (gap && (code == Code::damaged || (code == Code::covered && was_right)))
+        return wait_for_key();
     const Found found = m_h264.was_key() == key
-                            ? check_code(info)
+                            ? check_code(code)
                             : refuse(key ? "it is no key picture" : "it is a key picture");
-    m_follows = true;  // whatever its record says, the next picture refers to it
+    m_follows = code != Code::damaged;  // else, whatever its record says, the next refers to it
     return found;
 }
 
@@ -50,12 +49,34 @@ PictureCheck::Found PictureCheck::wait_for_key() {
     return Found::waits_for_key;
 }
 
-PictureCheck::Found PictureCheck::check_code(const FrameInfo& info) {
-    BlockCode code;
-    if (read_block_code(*m_picture, code) != CodeFound::valid) return Found::no_code;
-    if (code == BlockCode{info.stream, info.channel, info.number}) return Found::fine;
-    return refuse("its picture is that of stream " + std::to_string(code.stream) + ", channel " +
-                  std::to_string(code.channel) + ", frame " + std::to_string(code.number));
+// A zone darkens squares, the same ones until the next key picture, and lights none.
+PictureCheck::Code PictureCheck::look_at_code(const FrameInfo& info) {
+    const std::optional<uint64_t> squares = light_squares(*m_picture);
+    const uint64_t right = block_code_bits({info.stream, info.channel, info.number});
+    const bool was_covered = m_covered;
+    m_covered = !squares || *squares != right;
+    if (!m_covered) {
+        m_light |= right;
+        return Code::right;
+    }
+    if (!squares) return Code::covered;
+    const bool maybe = (*squares & ~right) == 0 && (m_light & right & ~*squares) == 0;
+    BlockCode other;
+    const bool whole = read_block_code(*m_picture, other) == CodeFound::valid;
+    // The rest of a covered code can be another's by chance.
+    m_covered = maybe && (was_covered || !whole);
+    if (m_covered) m_light |= *squares;
+    return m_covered ? Code::covered : whole ? Code::of_another : Code::damaged;
+}
+
+PictureCheck::Found PictureCheck::check_code(Code code) {
+    if (code == Code::right) return Found::fine;
+    if (code == Code::covered) return Found::no_code;
+    if (code == Code::damaged) return refuse("its block code is damaged");
+    BlockCode other;
+    read_block_code(*m_picture, other);
+    return refuse("its picture is that of stream " + std::to_string(other.stream) + ", channel " +
+                  std::to_string(other.channel) + ", frame " + std::to_string(other.number));
 }
 
 }  // namespace sim

@@ -32,15 +32,23 @@ class PictureCheck {
     const Picture* picture() const { return m_picture; }
 
   private:
-    Found check_code(const FrameInfo& info);
+    enum class Code {
+        right,
+        covered,  // what can be seen of it is right
+        of_another,
+        damaged,
+    };
+    Code look_at_code(const FrameInfo& info);
+    Found check_code(Code code);
     Found refuse(const std::string& why);
     Found wait_for_key();
 
     H264Reader m_h264;
     JpegReader m_jpeg;
     bool m_follows = false;  // the picture before was decoded, and is what the next refers to
-    bool m_coded = false;    // its block code could be read
-    uint32_t m_number = 0;   // of that picture
+    bool m_covered = false;  // a part of its block code is
+    uint64_t m_light = 0;    // squares that were light since the key picture: nothing covers them
+    uint32_t m_number = 0;   // of the picture before
     const Picture* m_picture = nullptr;
     std::string m_error;
 };

@@ -3,6 +3,7 @@
 #define SDK_VIDEO_SCENE_H
 
 #include <cstdint>
+#include <optional>
 #include <vector>
 
 #include "sdk/video/picture.h"
@@ -97,6 +98,9 @@ struct BlockCode {
     bool operator==(const BlockCode&) const = default;
 };
 uint64_t block_code_bits(const BlockCode& code);
+// The squares of a decoded picture as they are, in the order of the code, a light one as 1. None
+// when the picture is too small for a code.
+std::optional<uint64_t> light_squares(const Picture& picture);
 enum class CodeFound {
     valid,
     blank,  // all squares are dark: a privacy zone covers it
