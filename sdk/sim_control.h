@@ -53,7 +53,7 @@ DatabaseReport database_report(iqm_db* db);
 // Databases that were created and not destroyed.
 int open_databases();
 
-// What the playback thread delivered beside the figures of GetCalculData.
+// What the playback thread delivered since its start, beside the figures of GetCalculData.
 struct PlaybackReport {
     uint64_t audio_frames = 0;
     uint64_t damaged = 0;   // payloads that were not those of their record

@@ -109,12 +109,12 @@ bool MemoryStore::append(const qm_dbframe& frame) {
     }
     while (video && m_video >= m_max_video) drop_oldest();
     if (m_records.empty()) m_write = 0;
-    const size_t offset = make_room(frame.info.bytes);
-    if (frame.info.bytes > 0)
-        memcpy(m_ring.get() + offset, frame.payload.get(), frame.info.bytes);
+    const size_t room = std::max<size_t>(frame.info.bytes, 1);  // so that no two share a place
+    const size_t offset = make_room(room);
+    if (frame.info.bytes > 0) memcpy(m_ring.get() + offset, frame.payload.get(), frame.info.bytes);
     m_records.push_back({frame.info, offset});
     m_records.back().info.run = m_run;
-    m_write = offset + frame.info.bytes;
+    m_write = offset + room;
     if (video) ++m_video;
     ring_watcher();
     return true;

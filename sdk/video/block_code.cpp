@@ -46,8 +46,8 @@ uint64_t block_code_bits(const BlockCode& code) {
 }
 
 std::optional<uint64_t> light_squares(const Picture& picture) {
+    if (!has_overlay(picture.size)) return {};
     const int top = (picture.size.height / MACROBLOCK - 2) * MACROBLOCK;
-    if (top < 0 || picture.size.width < SQUARES_A_ROW * SQUARE) return {};
     uint64_t bits = 0;
     for (int y = top; y < top + CODE_HEIGHT; y += SQUARE)
         for (int x = 0; x < SQUARES_A_ROW * SQUARE; x += SQUARE)

@@ -14,7 +14,6 @@ constexpr int LINE_CELLS = 6;  // from one line to the next
 constexpr int FIRST_LINE = 1;  // in cells
 constexpr int TEXT_ROWS_FULL = 5;
 constexpr int TEXT_ROWS_COUNTERS = 3;
-constexpr int LEAST_WIDTH = 176, LEAST_HEIGHT = 112;
 
 // 3 x 5 dots, row by row.
 struct Glyph {
@@ -104,7 +103,7 @@ Overlay::Mask code_mask(uint64_t bits, int row, int column) {
 }  // namespace
 
 Overlay::Overlay(const Scene& scene) : m_scene(scene) {
-    if (scene.size.width < LEAST_WIDTH || scene.size.height < LEAST_HEIGHT) return;
+    if (!has_overlay(scene.size)) return;
     if (scene.text == Text::full) m_text_rows = TEXT_ROWS_FULL;
     if (scene.text == Text::counters) m_text_rows = TEXT_ROWS_COUNTERS;
     m_code_row = scene.size.height / MACROBLOCK - CODE_ROWS;

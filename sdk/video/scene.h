@@ -61,6 +61,8 @@ inline constexpr uint8_t BAR_LUMA = 208;
 // The macroblocks that texts and the block code take, always at the left edge of the picture. Each
 // is 4 x 4 luma cells, INK_LUMA or BLACK_LUMA, without colour.
 inline constexpr uint8_t INK_LUMA = 208;
+// Smaller pictures have none.
+inline bool has_overlay(PictureSize size) { return size.width >= 176 && size.height >= 112; }
 class Overlay {
   public:
     // A macroblock: bit 4 * row + column is set where the cell is INK_LUMA.
@@ -68,7 +70,6 @@ class Overlay {
     static constexpr int MOST_COLUMNS = 11;
     static constexpr int MOST_ROWS = 7;  // 5 of text, 2 of block code
 
-    // Sizes below 176 x 112 have no overlay.
     explicit Overlay(const Scene& scene);
     Overlay() = default;
 
@@ -99,7 +100,7 @@ struct BlockCode {
 };
 uint64_t block_code_bits(const BlockCode& code);
 // The squares of a decoded picture as they are, in the order of the code, a light one as 1. None
-// when the picture is too small for a code.
+// when the picture has no overlay.
 std::optional<uint64_t> light_squares(const Picture& picture);
 enum class CodeFound {
     valid,

@@ -7,6 +7,7 @@
 #include <cstdint>
 #include <new>
 
+#include "sdk/runtime/settings.h"
 #include "sdk/workers/saturating.h"
 
 namespace {
@@ -112,10 +113,15 @@ void qm_playback_engine::work(iqm_db* db, const std::atomic<uint32_t>& stop) {
         m_owner.idr_distance[ch] = 0;
         m_key_seen[ch] = false;
     }
+    m_audio_frames = 0;
+    m_damaged = 0;
     m_owner.current_time = qm_time();
     m_control = Control{};
     m_steps = 0;
     while (stop.load() == 0) m_alarm.wait_until(run_once());
+    if (m_damaged > 1)
+        sim::complain("playback: %llu damaged frames were delivered",
+                      static_cast<unsigned long long>(m_damaged));
     put_back();
     if (m_db) m_db->watch(nullptr);
     m_db = nullptr;
@@ -359,6 +365,13 @@ void qm_playback_engine::step() {
     m_anchored = true;
 }
 
+// The first one is told of at once, how many there were when the thread ends.
+void qm_playback_engine::note_damaged(const sim::FrameInfo& info, const std::string& why) {
+    if (m_damaged++ > 0) return;
+    sim::complain("playback: frame %u of stream %d, channel %d is damaged: %s", info.number,
+                  int{info.stream}, int{info.channel}, why.c_str());
+}
+
 // Decodes what is delivered. Without memory for that it is delivered all the same.
 void qm_playback_engine::look_at(const qm_dbframe& frame) try {
     using Found = sim::PictureCheck::Found;
@@ -366,7 +379,7 @@ void qm_playback_engine::look_at(const qm_dbframe& frame) try {
     auto& check = m_checks[info.stream][info.channel];
     if (!check) check = std::make_unique<sim::PictureCheck>();
     const Found found = check->check(info, frame.payload.get(), info.bytes);
-    if (found == Found::wrong) ++m_damaged;
+    if (found == Found::wrong) note_damaged(info, check->error());
     if (sim::PlaybackView::wanted()) m_view.show(frame, check->picture());
 } catch (const std::bad_alloc&) {
 }

@@ -5,6 +5,7 @@
 #include <atomic>
 #include <memory>
 #include <mutex>
+#include <string>
 
 #include "mainwork/qm_workers.h"
 #include "sdk/db/stream_db.h"
@@ -67,6 +68,7 @@ class qm_playback_engine {
     bool wanted(const sim::FrameInfo& info, uint64_t number);
     void deliver(const qm_dbframe& frame, uint64_t number);
     void look_at(const qm_dbframe& frame);
+    void note_damaged(const sim::FrameInfo& info, const std::string& why);
     void stop_at_end();
     int64_t reached_us() const;
     void anchor_at(int64_t recorded_us);

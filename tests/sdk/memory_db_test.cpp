@@ -121,6 +121,25 @@ TEST_F(MemoryDb, RefusesAndCountsARecordLargerThanTheRing) {
     EXPECT_EQ(db->report().bytes, UNIT);
 }
 
+// As records of damaged recordings are when they are copied.
+TEST_F(MemoryDb, KeepsEmptyPayloadsLikeAllOthers) {
+    sim::StreamDb* db = create();
+    ASSERT_TRUE(open(db, "a", 1, 1, 1'000'000));
+    for (uint32_t n = 0; n < 9; ++n)
+        ASSERT_EQ(db->append(frame_of(n % 3 == 2 ? 40 : 0, FrameKind::p, n)), Appended::stored);
+    EXPECT_EQ(db->first(), 0u);
+    EXPECT_EQ(db->end(), 9u);
+    qm_dbframe out;
+    for (uint32_t n = 0; n < 9; ++n) {
+        ASSERT_TRUE(db->read(n, out));
+        EXPECT_EQ(out.info.number, n);
+        ASSERT_EQ(out.info.bytes, n % 3 == 2 ? 40u : 0u);
+        if (n % 3 == 2) {
+            EXPECT_EQ(out.payload[39], n);
+        }
+    }
+}
+
 TEST_F(MemoryDb, IsSharedByItsPath) {
     sim::StreamDb *recorder = create(), *reader = create();
     ASSERT_TRUE(open(recorder, "a"));

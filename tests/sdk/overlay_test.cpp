@@ -263,7 +263,7 @@ TEST(BlockCode, DarkSquaresAreBlankAndOthersNone) {
 TEST(BlockCode, PicturesWithoutRoomHaveNone) {
     BlockCode code;
     for (const PictureSize size :
-         {PictureSize{0, 0}, PictureSize{112, 96}, PictureSize{352, 30}, PictureSize{2, 2}}) {
+         {PictureSize{0, 0}, PictureSize{174, 112}, PictureSize{352, 110}, PictureSize{2, 2}}) {
         Picture picture;
         picture.resize(size);
         EXPECT_EQ(read_block_code(picture, code), CodeFound::none);

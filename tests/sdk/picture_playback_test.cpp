@@ -152,6 +152,39 @@ TEST_F(PicturePlayback, CountsOneDamagedFrame) {
     EXPECT_EQ(damaged(), 2u);
 }
 
+// Each start counts for itself; the first is told of, and in the end how many there were.
+TEST_F(PicturePlayback, TellsOfDamagedFrames) {
+    switch_on(0, 2, 10, 1);
+    StreamDb* db = changed(record(1), [](uint64_t n, qm_dbframe& frame) {
+        if (n == 3 || n == 5) frame.info.number += 100;
+    });
+    const std::string first =
+        "qm7105 board: playback: frame 103 of stream 0, channel 2 is damaged: its picture is that "
+        "of stream 0, channel 2, frame 3\n";
+    for (int i = 0; i < 2; ++i) {
+        testing::internal::CaptureStderr();
+        begin(db);
+        sim::step_clock(400'000);
+        EXPECT_EQ(testing::internal::GetCapturedStderr(), first);
+        testing::internal::CaptureStderr();
+        step_seconds(1);
+        EXPECT_EQ(damaged(), 2u);
+        player.DestroyThread();
+        EXPECT_EQ(testing::internal::GetCapturedStderr(),
+                  "qm7105 board: playback: 2 damaged frames were delivered\n");
+    }
+}
+
+TEST_F(PicturePlayback, DeliversEmptyPayloadsAndCountsThem) {
+    switch_on(0, 0, 10, 1);
+    begin(changed(record(1), [](uint64_t n, qm_dbframe& frame) {
+        if (n == 3 || n == 4) frame.info.bytes = 0;
+    }));
+    step_seconds(2);
+    EXPECT_EQ(total(), 10);
+    EXPECT_EQ(damaged(), 2u);
+}
+
 TEST_F(PicturePlayback, CountsDamagedFramesOnNextFrameToo) {
     switch_on(0, 0, 10, 1);
     StreamDb* spoilt = changed(record(1), [](uint64_t n, qm_dbframe& frame) {
