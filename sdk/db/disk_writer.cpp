@@ -54,8 +54,7 @@ std::unique_ptr<DiskWriter> DiskWriter::open(FileSystem& files, const std::strin
                                 : std::string("cannot be read: ") + strerror(-loaded);
         return nullptr;
     }
-    writer->m_batch.reserve(writer->m_options.batch_bytes);
-    writer->m_handed_over.reserve(writer->m_options.batch_bytes);
+    writer->make_buffers();
     writer->recover(newest);
     writer->m_segments->keep_ini(writer->m_options.segment_bytes, writer->m_options.ring_segments);
     return writer;
@@ -161,11 +160,11 @@ DiskWriter::Outcome DiskWriter::take(const qm_dbframe& frame, int64_t utc_step_u
             break;
         }
     }
-    if (m_batch.filled == 0 && m_batch.capacity > 2 * m_options.batch_bytes) {
-        m_batch.buffer.reset();  // it was made for a large frame
-        m_batch.capacity = 0;
+    if (m_batch.filled == 0 && m_batch.larger) {
+        m_batch.larger.reset();
+        m_batch.capacity = m_options.batch_bytes;
     }
-    m_batch.reserve(std::max(m_batch.filled + static_cast<size_t>(padded), m_options.batch_bytes));
+    m_batch.reserve(m_batch.filled + static_cast<size_t>(padded));
     if (m_entries.size() == m_entries.capacity())
         m_entries.reserve(std::max<size_t>(2 * m_entries.size(), 256));
     follow_time(frame.info.time_us, utc_step_us);

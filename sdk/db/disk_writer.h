@@ -17,7 +17,9 @@ namespace sim {
 struct WriterOptions {
     uint64_t segment_bytes = 512 * 64 * 1024;  // a multiple of 64 KiB, held to the format's limits
     uint64_t ring_segments = 1920;             // at least 1
-    size_t batch_bytes = 1 << 20;              // of the buffer; a multiple of the block size
+    // Of the buffer; a multiple of the block size. Two of this size, each with room for a segment's
+    // header, are one large page.
+    size_t batch_bytes = (size_t{1} << 20) - SEGMENT_START;
     int64_t commit_us = 500'000;   // a batch is written that long after its first record
     int64_t retry_us = 1'000'000;  // between two attempts while nothing can be written
     bool own_thread = false;       // one that writes a full batch while the next is filled
@@ -70,23 +72,28 @@ class DiskWriter {
     struct Release {
         void operator()(uint8_t* buffer) const;
     };
+    using Buffer = std::unique_ptr<uint8_t[], Release>;
+    static Buffer make_buffer(size_t bytes);
     // Records that become durable with one write.
     struct Batch {
-        std::unique_ptr<uint8_t[], Release> buffer;  // room for the headers, then the batch
-        size_t capacity = 0;                         // of the batch
-        size_t filled = 0;                           // by whole records
+        uint8_t* usual = nullptr;  // in m_buffers: room for the headers, then the batch
+        Buffer larger;             // instead of it, for a large frame
+        size_t capacity = 0;       // of the batch
+        size_t filled = 0;         // by whole records
         uint64_t frames = 0;
         uint32_t seed = 0;                  // of the segment that the records are made for
         RecordHeader end;                   // names what comes behind the last record
         int64_t latest_utc_us = INT64_MIN;  // of all frames before the batch
 
-        uint8_t* area() const { return buffer.get() + SEGMENT_START; }
+        uint8_t* buffer() const { return larger ? larger.get() : usual; }
+        uint8_t* area() const { return buffer() + SEGMENT_START; }
         void reserve(size_t bytes);
         void clear() { filled = 0, frames = 0; }
     };
 
     DiskWriter(FileSystem& files, const WriterOptions& options);
 
+    void make_buffers();
     void recover(const Newest& newest);
     bool go_on_in(const SegmentHeader& header);
     Outcome take(const qm_dbframe& frame, int64_t utc_step_us, int64_t now_us);
@@ -141,6 +148,7 @@ class DiskWriter {
     std::vector<DirectoryEntry>
         m_entries;  // of all frames of the segment, the waiting ones as well
 
+    Buffer m_buffers;     // of both batches: the disk gets a batch in few pieces
     Batch m_batch;        // being filled
     Batch m_handed_over;  // the one before it, with frames in it as long as they are not durable
     PendingIo m_write;    // of m_handed_over

@@ -1,5 +1,7 @@
 // How a recorder makes its batches durable: one is written while the next one is filled, and what
 // cannot be written goes into another segment.
+#include <sys/mman.h>
+
 #include <algorithm>
 #include <cinttypes>
 #include <cstring>
@@ -12,19 +14,32 @@ namespace sim {
 
 namespace {
 
-constexpr std::align_val_t ALIGNMENT{BLOCK_BYTES};
+constexpr std::align_val_t ALIGNMENT{size_t{2} << 20};  // a large page, where there are such
 
 }  // namespace
 
 void DiskWriter::Release::operator()(uint8_t* buffer) const { operator delete(buffer, ALIGNMENT); }
 
+DiskWriter::Buffer DiskWriter::make_buffer(size_t bytes) {
+    Buffer buffer(static_cast<uint8_t*>(operator new(bytes, ALIGNMENT)));
+    madvise(buffer.get(), bytes, MADV_HUGEPAGE);  // a hint
+    return buffer;
+}
+
+void DiskWriter::make_buffers() {
+    const size_t each = SEGMENT_START + m_options.batch_bytes;
+    m_buffers = make_buffer(2 * each);
+    m_batch.usual = m_buffers.get();
+    m_handed_over.usual = m_buffers.get() + each;
+    m_batch.capacity = m_handed_over.capacity = m_options.batch_bytes;
+}
+
 void DiskWriter::Batch::reserve(size_t bytes) {
     if (bytes <= capacity) return;
     const auto wanted = static_cast<size_t>(round_up_to_block(bytes));
-    std::unique_ptr<uint8_t[], Release> larger(
-        static_cast<uint8_t*>(operator new(SEGMENT_START + wanted, ALIGNMENT)));
-    if (filled > 0) memcpy(larger.get() + SEGMENT_START, area(), filled);
-    buffer = std::move(larger);
+    Buffer room = make_buffer(SEGMENT_START + wanted);
+    if (filled > 0) memcpy(room.get() + SEGMENT_START, area(), filled);
+    larger = std::move(room);
     capacity = wanted;
 }
 
@@ -160,8 +175,8 @@ int DiskWriter::begin_write(Ending ending) {
     if (m_has_batch) {
         m_write.begin_write(m_file, m_batch.area(), bytes, m_offset);
     } else {
-        write_segment_header(m_header, m_batch.buffer.get());
-        m_write.begin_write(m_file, m_batch.buffer.get(), SEGMENT_START + bytes, 0,
+        write_segment_header(m_header, m_batch.buffer());
+        m_write.begin_write(m_file, m_batch.buffer(), SEGMENT_START + bytes, 0,
                             m_segments->folder());
     }
     m_offset = m_write_end;

@@ -22,7 +22,7 @@ qm_dbframe frame_of(size_t bytes, FrameKind kind = FrameKind::p, uint32_t number
     frame.info.number = number;
     frame.info.bytes = static_cast<uint32_t>(bytes);
     frame.reserve(bytes);
-    memset(frame.payload.get(), static_cast<int>(number & 0xFF), bytes);
+    if (bytes > 0) memset(frame.payload.get(), static_cast<int>(number & 0xFF), bytes);
     return frame;
 }
 
