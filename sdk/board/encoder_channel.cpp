@@ -44,6 +44,7 @@ void EncoderChannel::place(uint8_t stream, uint8_t channel) {
 }
 
 void EncoderChannel::set_format(bool pal, const Tick& next) {
+    if (pal != m_pal) m_key_wanted = true;
     m_pal = pal;
     if (m_on) m_ticker.start(next, rate());
     restart_rate_control();
@@ -110,6 +111,7 @@ void EncoderChannel::set_resolution(uint32_t resolution) {
     if (resolution == m_resolution) return;
     m_resolution = resolution;
     m_key_wanted = true;
+    m_owed = 0;
 }
 
 void EncoderChannel::set_qp(uint8_t qp) { m_qp = std::min(qp, MAX_QP); }
@@ -118,6 +120,7 @@ void EncoderChannel::set_zone(const PrivateZone& zone) {
     if (zone == m_zone) return;
     m_zone = zone;
     m_key_wanted = true;
+    m_owed = 0;
 }
 
 bool EncoderChannel::is_jpeg() const {
@@ -203,11 +206,11 @@ size_t EncoderChannel::compose_h264(const Content& content, bool key, uint32_t w
 }
 
 // The bytes of a frame: what is wanted, or what its content takes. Where that is more than the rate
-// has room for, the frames after it give it back.
+// has room for, the frames after it give it back, those of a second at the most.
 uint32_t EncoderChannel::hold_rate(uint32_t least, uint32_t wanted) {
     if (m_bitrate_type == 0) return std::max(least, wanted);
     if (least > wanted) {
-        m_owed += std::min(least - wanted, UINT32_MAX - m_owed);
+        m_owed = std::min(m_owed + std::min(least - wanted, m_bitrate), m_bitrate / 8);
         return least;
     }
     const uint32_t given_back = std::min(m_owed, wanted - least);

@@ -273,8 +273,10 @@ void MemoryDb::end_writing() {
     m_at_work = false;
 }
 
-StreamDb::Appended MemoryDb::append(const qm_dbframe& frame) {
+StreamDb::Appended MemoryDb::append(const qm_dbframe& frame) try {
     return m_claimed && m_store->append(frame) ? Appended::stored : Appended::refused;
+} catch (const std::bad_alloc&) {
+    return Appended::busy;  // kept by the caller, for another time
 }
 
 uint64_t MemoryDb::first() { return m_store ? m_store->first() : 0; }
@@ -289,8 +291,10 @@ bool MemoryDb::info(uint64_t number, FrameInfo& out) {
     return m_store && m_store->info(number, out);
 }
 
-bool MemoryDb::read(uint64_t number, qm_dbframe& out) {
+bool MemoryDb::read(uint64_t number, qm_dbframe& out) try {
     return m_store && m_store->read(number, out);
+} catch (const std::bad_alloc&) {
+    return false;
 }
 
 uint64_t MemoryDb::at_time(int64_t time_us) { return m_store ? m_store->at_time(time_us) : 0; }

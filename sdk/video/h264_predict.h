@@ -19,6 +19,7 @@ struct FlatBlocks {
 struct MacroblockSamples {
     std::array<uint8_t, 256> y;
     std::array<uint8_t, 64> u, v;
+    bool operator==(const MacroblockSamples&) const = default;
 };
 
 // Sums of the samples along an edge: of luma all 16, of chroma each half.

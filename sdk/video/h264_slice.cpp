@@ -110,6 +110,15 @@ MacroblockSamples samples_of(const FlatBlocks& blocks) {
     return out;
 }
 
+bool flat_blocks(const MacroblockSamples& samples, FlatBlocks& out) {
+    for (size_t i = 0; i < 16; ++i) out.y[i] = samples.y[i / 4 * 64 + i % 4 * 4];
+    for (size_t i = 0; i < 4; ++i) {
+        out.u[i] = samples.u[i / 2 * 32 + i % 2 * 4];
+        out.v[i] = samples.v[i / 2 * 32 + i % 2 * 4];
+    }
+    return samples_of(out) == samples;
+}
+
 void SliceWriter::begin(const Start& start) {
     m_start = start;
     m_next = start.first;

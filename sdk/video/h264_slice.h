@@ -70,6 +70,8 @@ class SliceWriter {
 };
 
 MacroblockSamples samples_of(const FlatBlocks& blocks);
+// False when they are no flat blocks.
+bool flat_blocks(const MacroblockSamples& samples, FlatBlocks& out);
 
 }  // namespace sim
 

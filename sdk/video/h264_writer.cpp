@@ -88,7 +88,7 @@ struct H264Writer::Parts {
     void make_key_slices();
     const Row& row_of(int row, bool bar) const;
     void code_row(int row, bool bar, SliceWriter::Start start);
-    MacroblockSamples hidden(const FlatBlocks& blocks, int column, int row) const;
+    void code_hidden(const FlatBlocks& blocks, int column, int row);
 
     void draw(uint32_t number, std::vector<Overlay::Mask>& masks) const;
     void code_overlay(int column, int row, Overlay::Mask mask, Cover cover);
@@ -119,8 +119,9 @@ struct H264Writer::Parts {
     SliceWriter slice;
     std::vector<Overlay::Mask> masks, masks_now;  // of the last picture, and while one is composed
     int bar = -1;                                 // its row in the last picture
-    uint32_t frame_num = 0;
-    uint32_t idr_id = IDR_IDS;  // of the last key picture
+    uint32_t frame_num = 0;                       // of the unit in work
+    uint32_t last_frame_num = 0;                  // of the last one that was finished
+    uint32_t idr_id = IDR_IDS;                    // of the last key picture
     Bytes unit, scratch;
 };
 
@@ -199,15 +200,21 @@ const H264Writer::Parts::Row& H264Writer::Parts::row_of(int row, bool of_bar) co
                   : pattern[static_cast<size_t>(row)];
 }
 
-MacroblockSamples H264Writer::Parts::hidden(const FlatBlocks& blocks, int column, int row) const {
-    MacroblockSamples out = samples_of(blocks);
+// A macroblock that the zone hides a part of. Edges at multiples of 8 cost next to nothing, others
+// all of its samples.
+void H264Writer::Parts::code_hidden(const FlatBlocks& blocks, int column, int row) {
+    MacroblockSamples samples = samples_of(blocks);
     for (int i = 0; i < 256; ++i)
         if (blanking.hides(16 * column + i % 16, 16 * row + i / 16))
-            out.y[static_cast<size_t>(i)] = BLACK_LUMA;
+            samples.y[static_cast<size_t>(i)] = BLACK_LUMA;
     for (int i = 0; i < 64; ++i)
         if (blanking.hides_chroma(8 * column + i % 8, 8 * row + i / 8))
-            out.u[static_cast<size_t>(i)] = out.v[static_cast<size_t>(i)] = NO_COLOUR;
-    return out;
+            samples.u[static_cast<size_t>(i)] = samples.v[static_cast<size_t>(i)] = NO_COLOUR;
+    FlatBlocks flat;
+    if (flat_blocks(samples, flat))
+        slice.code_exactly(flat);
+    else
+        slice.code_samples(samples);
 }
 
 // The pattern's part of a row, as a slice. Behind what the zone hides the first macroblock is coded
@@ -223,7 +230,7 @@ void H264Writer::Parts::code_row(int row, bool of_bar, SliceWriter::Start start)
         if (cover == Cover::whole)
             slice.code_exactly(BLACK);
         else if (cover == Cover::part)
-            slice.code_samples(hidden(parts.shown[i], column, row));
+            code_hidden(parts.shown[i], column, row);
         else if (apart)
             slice.code_exactly(parts.shown[i]);
         else
@@ -246,7 +253,7 @@ void H264Writer::Parts::draw(uint32_t number, std::vector<Overlay::Mask>& out) c
 
 void H264Writer::Parts::code_overlay(int column, int row, Overlay::Mask mask, Cover cover) {
     if (cover == Cover::part)
-        slice.code_samples(hidden(blocks_of(mask), column, row));
+        code_hidden(blocks_of(mask), column, row);
     else
         slice.code_exactly(blocks_of(mask));
 }
@@ -338,12 +345,14 @@ size_t H264Writer::key_bytes(uint32_t number) {
 size_t H264Writer::compose(uint32_t number, bool key) {
     Parts& parts = *m_parts;
     if (key) {
-        parts.idr_id = parts.idr_id % IDR_IDS + 1;
-        parts.frame_num = 0;
-        parts.compose_key(number, parts.idr_id, parts.unit);
+        const uint32_t id = parts.idr_id % IDR_IDS + 1;
+        parts.compose_key(number, id, parts.unit);
+        parts.idr_id = id;
+        parts.last_frame_num = 0;
     } else {
-        parts.frame_num = (parts.frame_num + 1) & 0xFF;
+        parts.frame_num = (parts.last_frame_num + 1) & 0xFF;
         parts.compose_next(number);
+        parts.last_frame_num = parts.frame_num;
     }
     std::swap(parts.masks, parts.masks_now);
     parts.bar = bar_row(parts.scene, number);

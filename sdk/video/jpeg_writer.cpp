@@ -7,6 +7,7 @@
 #include <algorithm>
 #include <array>
 #include <cstring>
+#include <utility>
 #include <vector>
 
 #include "sdk/video/jpeg_header.h"
@@ -87,6 +88,7 @@ struct JpegWriter::Parts {
     int interval = 0;                 // macroblocks
     Rows still, bar;                  // right of the overlay's intervals, without and with the bar
     std::vector<Interval> intervals;  // those of the overlay, in order
+    bool intervals_known = false;     // they show the masks
     std::array<Overlay::Mask, Overlay::MOST> masks{};
 
     int composed_bar = -1;  // row
@@ -95,6 +97,7 @@ struct JpegWriter::Parts {
     int intervals_a_row() const { return cells.mb_columns / interval; }
     bool is_last(int index) const { return index + 1 == cells.mb_rows * intervals_a_row(); }
 
+    void make();
     void make_intervals();
     void make_interval(int row, int column, int overlay_columns, size_t mask_at);
     void make_rows(Ground ground, Rows& out) const;
@@ -222,25 +225,30 @@ JpegWriter& JpegWriter::operator=(JpegWriter&&) noexcept = default;
 void JpegWriter::configure(const Scene& scene, const PrivateZone& zone, int qp) {
     Parts& parts = *m_parts;
     if (parts.configured && parts.scene == scene && parts.zone == zone && parts.qp == qp) return;
-    parts.configured = true;
+    parts.configured = parts.writable = false;  // until all is made: memory may run short
     parts.scene = scene;
     parts.zone = zone;
     parts.qp = qp;
     parts.composed = 0;
     const PictureSize size = scene.size;
-    parts.writable = size.width > 0 && size.height > 0 && size.width <= MOST_SAMPLES &&
-                     size.height <= MOST_SAMPLES;
-    if (!parts.writable) return;
-    draw_pattern(scene, parts.cells);
-    parts.overlay = Overlay(scene);
-    parts.coder.configure(parts.cells, size, zone, jpeg_quality(qp));
-    parts.interval = interval_length(parts.cells.mb_columns);
-    parts.number_at =
-        put_header(scene, {parts.coder.quantisers(0), parts.coder.quantisers(1), parts.interval},
-                   parts.header);
-    parts.make_intervals();
-    parts.make_rows(Ground::pattern, parts.still);
-    if (scene.pattern == Pattern::moving_bar) parts.make_rows(Ground::bar, parts.bar);
+    if (size.width > 0 && size.height > 0 && size.width <= MOST_SAMPLES &&
+        size.height <= MOST_SAMPLES) {
+        parts.make();
+        parts.writable = true;
+    }
+    parts.configured = true;
+}
+
+void JpegWriter::Parts::make() {
+    draw_pattern(scene, cells);
+    intervals_known = false;
+    overlay = Overlay(scene);
+    coder.configure(cells, scene.size, zone, jpeg_quality(qp));
+    interval = interval_length(cells.mb_columns);
+    number_at = put_header(scene, {coder.quantisers(0), coder.quantisers(1), interval}, header);
+    make_intervals();
+    make_rows(Ground::pattern, still);
+    if (scene.pattern == Pattern::moving_bar) make_rows(Ground::bar, bar);
 }
 
 size_t JpegWriter::compose(uint32_t number) {
@@ -254,6 +262,8 @@ size_t JpegWriter::compose(uint32_t number) {
     parts.overlay.draw(number, masks.data());
     std::swap(masks, parts.masks);
     const int bar = bar_row(parts.scene, number);
+    // Until all of it is coded: memory may run short.
+    const bool known = std::exchange(parts.intervals_known, false);
 
     size_t size = parts.header.size() + parts.still.bytes.size() + END.size();
     if (bar >= 0) size = size - parts.still.size(bar) + parts.bar.size(bar);
@@ -261,12 +271,13 @@ size_t JpegWriter::compose(uint32_t number) {
         const size_t at = interval.mask_at;
         const size_t bytes = static_cast<size_t>(interval.overlay) * sizeof(Overlay::Mask);
         const bool on_bar = interval.has_tail && interval.row == bar;
-        if (interval.size == 0 || interval.on_bar != on_bar ||
+        if (!known || interval.on_bar != on_bar ||
             std::memcmp(&masks[at], &parts.masks[at], bytes) != 0) {
             parts.code(interval, on_bar);
         }
         size += interval.size;
     }
+    parts.intervals_known = true;
     parts.composed_bar = bar;
     parts.composed = size;
     return size;

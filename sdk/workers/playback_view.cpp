@@ -44,16 +44,21 @@ bool PlaybackView::wanted() { return settings().view_wanted; }
 
 void PlaybackView::fail(const char* why) {
     complain("view: %s: %s", m_path.c_str(), why);
-    close();
+    close_file();
     m_failed = true;
 }
 
 void PlaybackView::close() {
+    close_file();
+    m_chosen = false;
+    m_failed = false;
+}
+
+void PlaybackView::close_file() {
     if (m_file >= 0) ::close(m_file);
     m_file = -1;
     m_waiting.clear();
     m_written = 0;
-    m_chosen = false;
     m_key_needed = true;
     m_size = {};
 }
@@ -64,13 +69,11 @@ bool PlaybackView::takes(const FrameInfo& info) {
         close();
         m_path = path;
         m_raw = ends_with(path, RAW_ENDING);
-        m_failed = false;
     }
-    if (m_path.empty() || m_failed) return false;
+    if (m_path.empty() || m_failed || (!m_raw && info.kind == FrameKind::jpeg)) return false;
     if (!m_chosen) {
         const int32_t wanted_channel = settings().view_channel;
         if (wanted_channel != 0 && wanted_channel != info.channel + 1) return false;
-        if (!m_raw && info.kind == FrameKind::jpeg) return false;
         m_chosen = true;
         m_channel = info.channel;
         m_stream = info.stream;
@@ -111,8 +114,9 @@ bool PlaybackView::compose(const qm_dbframe& frame, const Picture* picture) {
         m_size = picture->size;
         char head[80];
         const int length =
-            snprintf(head, sizeof head, "YUV4MPEG2 W%d H%d F%" PRIu32 ":1 Ip A0:0 C420\n",
-                     m_size.width, m_size.height, rate_of(frame, m_size));
+            snprintf(head, sizeof head, "YUV4MPEG2 W%d H%d F%" PRIu32 ":1 Ip A0:0 C420%s\n",
+                     m_size.width, m_size.height, rate_of(frame, m_size),
+                     frame.info.kind == FrameKind::jpeg ? " XCOLORRANGE=FULL" : "");
         m_waiting.assign(head, head + length);
     }
     if (!(picture->size == m_size)) {
@@ -133,7 +137,7 @@ void PlaybackView::flush() {
         if (put > 0) {
             m_written += static_cast<size_t>(put);
         } else if (put < 0 && errno == EPIPE) {  // the player is gone; another one may come
-            close();
+            close_file();
             return;
         } else if (put < 0 && errno == EAGAIN) {
             return;
@@ -144,6 +148,10 @@ void PlaybackView::flush() {
     }
     m_waiting.clear();
     m_written = 0;
+}
+
+void PlaybackView::tend() {
+    if (waits()) flush();
 }
 
 // A frame that cannot be written while the one before waits is left out, and with it all that refer

@@ -25,6 +25,9 @@ class PlaybackView {
     // A video frame that was delivered; `picture` is null when it could not be decoded. One stream
     // of one channel is shown: the first that comes, of the channel that the setting names.
     void show(const qm_dbframe& frame, const Picture* picture);
+    // A player takes the rest of a picture when it can: tend() offers it until nothing waits.
+    bool waits() const { return !m_waiting.empty(); }
+    void tend();
     // Ends what was written; the next show() begins anew.
     void close();
 
@@ -33,6 +36,7 @@ class PlaybackView {
     bool open(const FrameInfo& info);
     bool compose(const qm_dbframe& frame, const Picture* picture);
     void flush();
+    void close_file();
     void fail(const char* why);
 
     std::string m_path;  // of the setting, when it was looked at last

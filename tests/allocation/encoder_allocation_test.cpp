@@ -1,8 +1,10 @@
-// Once its channel runs, a frame costs no memory. A program of its own: it counts every `new`.
+// Once its channel runs, a frame costs no memory; and where memory runs short a frame is missing,
+// not more. A program of its own: it counts every `new`, and can make one fail.
 #include <gtest/gtest.h>
 
 #include <atomic>
 #include <cstdlib>
+#include <cstring>
 #include <new>
 #include <vector>
 
@@ -12,10 +14,10 @@
 namespace {
 
 std::atomic<uint64_t> allocations{0};
+std::atomic<uint64_t> failing_one{UINT64_MAX};  // its number
 
 void* counted(size_t size) {
-    ++allocations;
-    void* const place = malloc(size ? size : 1);
+    void* const place = allocations++ == failing_one ? nullptr : malloc(size ? size : 1);
     if (!place) throw std::bad_alloc();
     return place;
 }
@@ -73,6 +75,43 @@ TEST_P(EncoderAllocation, ARunningChannelAllocatesNothing) {
                 << "pattern " << pattern << ", resolution " << settings.resolution;
         }
     }
+}
+
+// Frames of one size, memory short at the first of another, and those after it.
+TEST_P(EncoderAllocation, AfterAShortageTheNextFrameIsWhole) {
+    std::vector<uint8_t> out(MOST_BYTES), expected(MOST_BYTES);
+    const auto begin = [](sim::EncoderChannel& encoder) {
+        encoder.place(GetParam(), 7);
+        encoder.set_format(false, {});
+        encoder.set_resolution(0);
+        encoder.switch_on({});
+        encoder.encode();
+        encoder.set_resolution(2);
+    };
+    bool failed = true;
+    int places = 0;
+    for (uint64_t k = 0; failed; ++k, ++places) {
+        sim::EncoderChannel encoder, other;
+        begin(encoder);
+        begin(other);
+        failed = false;
+        failing_one = allocations + k;
+        try {
+            encoder.encode();
+        } catch (const std::bad_alloc&) {
+            failed = true;
+        }
+        failing_one = UINT64_MAX;
+        if (!failed) break;
+        for (int i = 0; i < 3; ++i) {
+            const uint32_t bytes = encoder.encode().bytes;
+            ASSERT_EQ(bytes, other.encode().bytes) << k;
+            encoder.write(out.data());
+            other.write(expected.data());
+            ASSERT_EQ(memcmp(out.data(), expected.data(), bytes), 0) << k;
+        }
+    }
+    EXPECT_GT(places, 10);
 }
 
 INSTANTIATE_TEST_SUITE_P(Streams, EncoderAllocation,

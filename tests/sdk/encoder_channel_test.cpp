@@ -364,4 +364,65 @@ TEST(EncoderChannel, KeepsItsBitRateWhenItIsToldNone) {
     EXPECT_EQ(channel.encode().bytes, 10'000u);
 }
 
+// Bytes of the next two seconds at 30 frames a second.
+uint64_t two_seconds(EncoderChannel& channel) {
+    uint64_t bytes = 0;
+    for (int i = 0; i < 60; ++i) bytes += channel.encode().bytes;
+    return bytes;
+}
+
+// Above its rate for minutes, and at its rate from the change on that ends the cause.
+TEST(EncoderChannel, OwesNothingBehindAChangeOfZoneOrSize) {
+    constexpr uint32_t BIT_RATE = 64'000;
+    constexpr uint64_t BYTES = BIT_RATE / 8 * 2;
+    for (const bool of_zone : {true, false}) {
+        EncoderChannel channel = channel_of(0, 30, 30);
+        channel.set_bitrate_type(1);
+        channel.set_bitrate(BIT_RATE);
+        channel.set_resolution(of_zone ? 1 : 4);
+        if (of_zone) channel.set_zone({true, 11, 9, 301, 201});
+        uint64_t least = UINT64_MAX;
+        for (int i = 0; i < 60; ++i) least = std::min(least, two_seconds(channel));
+        ASSERT_GT(least, BYTES + BYTES / 100) << of_zone;
+        channel.set_resolution(1);
+        channel.set_zone({});
+        for (int i = 0; i < 5; ++i) {
+            const uint64_t bytes = two_seconds(channel);
+            EXPECT_GE(bytes, BYTES - BYTES / 100) << of_zone << " " << i;
+            EXPECT_LE(bytes, BYTES + BYTES / 100) << of_zone << " " << i;
+        }
+    }
+}
+
+// The picture alone changes.
+TEST(EncoderChannel, GivesBackASecondAtTheMost) {
+    constexpr uint32_t BIT_RATE = 64'000;
+    constexpr uint64_t A_SECOND = BIT_RATE / 8;
+    EncoderChannel channel = channel_of(0, 30, 30);
+    channel.set_bitrate_type(1);
+    channel.set_bitrate(BIT_RATE);
+    channel.set_resolution(3);
+    sim::Content content;
+    content.pattern = sim::Pattern::noise;
+    const auto seconds = [&](int count) {
+        uint64_t bytes = 0;
+        for (int i = 0; i < 30 * count; ++i) bytes += channel.encode(content).bytes;
+        return bytes;
+    };
+    ASSERT_GT(seconds(60), 61 * A_SECOND);
+    content.pattern = sim::Pattern::black;
+    const uint64_t given = seconds(40);
+    EXPECT_LT(given, 40 * A_SECOND);
+    EXPECT_GE(given, 39 * A_SECOND);
+}
+
+TEST(EncoderChannel, ANewFormatBeginsWithAKeyFrame) {
+    EncoderChannel channel = channel_of(0, 30, 0);
+    channel.encode();
+    channel.set_format(true, after(1'000'000));
+    EXPECT_EQ(channel.encode().kind, FrameKind::idr);
+    channel.set_format(true, after(2'000'000));
+    EXPECT_EQ(channel.encode().kind, FrameKind::p);
+}
+
 }  // namespace

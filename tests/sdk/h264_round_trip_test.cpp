@@ -127,7 +127,8 @@ TEST(H264RoundTrip, OfZonesAnywhere) {
         zone(0, 440, 200, 40),    zone(0, 0, 704, 33),      zone(300, 0, 3, 480),
         zone(703, 479, 1, 1),     zone(704, 480, 10, 10),   zone(65535, 65535, 65535, 65535),
         zone(16, 16, 160, 160),   zone(15, 15, 162, 162),   zone(17, 17, 158, 158),
-        zone(0, 0, 65535, 65535),
+        zone(0, 0, 65535, 65535), zone(104, 56, 400, 296),  zone(8, 8, 8, 8),
+        zone(24, 0, 40, 472),     zone(4, 4, 100, 100),
     };
     constexpr int QUANTISERS[] = {4, 26, 51};
     for (size_t i = 0; i < zones.size(); ++i) {
@@ -138,6 +139,19 @@ TEST(H264RoundTrip, OfZonesAnywhere) {
         Trip trip;
         ASSERT_NO_FATAL_FAILURE(trip.run(one)) << "zone " << i << " qp " << one.qp;
     }
+}
+
+// Where the edges of a zone are multiples of 8 no samples are written one by one.
+TEST(H264RoundTrip, AZoneOnTheGridOfTheColoursCostsLittle) {
+    const auto key_bytes = [](const sim::PrivateZone& zone) {
+        sim::H264Writer writer;
+        writer.configure(moving({704, 480}).scene, zone, 51);
+        return writer.key_bytes(0);
+    };
+    constexpr size_t TOUCHED = 2 * 26 + 2 * 18;  // macroblocks with an edge in them
+    constexpr size_t ALL_SAMPLES = 384;          // of one
+    EXPECT_LT(key_bytes(zone(104, 56, 400, 296)), TOUCHED * ALL_SAMPLES / 3);
+    EXPECT_GT(key_bytes(zone(104, 56, 399, 296)), 18 * ALL_SAMPLES);
 }
 
 TEST(H264RoundTrip, OfKeyIntervalsAndAFrameNumberThatWraps) {

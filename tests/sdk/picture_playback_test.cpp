@@ -229,6 +229,24 @@ TEST_F(PicturePlayback, GivesAPlayerWhatItDelivers) {
     EXPECT_EQ(read_all(), joined(db, 10, 11));
 }
 
+// It is larger than a pipe: the rest comes when the player has taken what is there.
+TEST_F(PicturePlayback, GivesAPlayerAWholePictureOnNextFrame) {
+    const std::string path = folder.file("pb.y4m");
+    ASSERT_EQ(mkfifo(path.c_str(), 0600), 0);
+    sim::control(("view=" + path).c_str());
+    switch_on(0, 0, 10, 5, 4);
+    StreamDb* db = record(1);
+    look_at(path);
+    begin(db);
+    ask(PB_STATE_PAUSE);
+    ask(PB_STATE_NEXT_FRAME);
+    std::string all = read_all();
+    sim::step_clock(100'000);
+    all += read_all();
+    const std::string head = "YUV4MPEG2 W1280 H720 F10:1 Ip A0:0 C420\n";
+    EXPECT_EQ(all.size(), head.size() + 6 + 1280 * 720 * 3 / 2);
+}
+
 // A damaged frame too: what was recorded is what is given.
 TEST_F(PicturePlayback, GivesAPlayerDamagedFramesAsTheyAre) {
     const std::string path = fifo();

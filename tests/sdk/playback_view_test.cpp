@@ -49,13 +49,14 @@ class View : public ::testing::Test {
         ASSERT_GE(reader, 0);
     }
     // The next frame; its bytes are kept in `shown`.
-    void show() {
+    void show() { show(encoder, check); }
+    void show(sim::EncoderChannel& from, sim::PictureCheck& checked) {
         qm_dbframe frame;
-        frame.info = encoder.encode();
+        frame.info = from.encode();
         frame.reserve(frame.info.bytes);
-        encoder.write(frame.payload.get());
-        check.check(frame.info, frame.payload.get(), frame.info.bytes);
-        view.show(frame, check.picture());
+        from.write(frame.payload.get());
+        checked.check(frame.info, frame.payload.get(), frame.info.bytes);
+        view.show(frame, checked.picture());
         shown.emplace_back(frame.payload.get(), frame.payload.get() + frame.info.bytes);
     }
     void show(int frames) {
@@ -200,6 +201,72 @@ TEST_F(View, SaysOnceWhatCannotBeMade) {
     show(12);
     EXPECT_EQ(testing::internal::GetCapturedStderr(),
               "qm7105 board: view: " + dir.file("none/pb.h264") + ": No such file or directory\n");
+}
+
+TEST_F(View, StaysWithItsChannelWhenAPlayerLeaves) {
+    const std::string path = fifo("pb.h264");
+    look_at(path);
+    show(6);
+    close(reader);
+    show();  // nobody takes it
+    look_at(path);
+    sim::EncoderChannel other;
+    sim::PictureCheck of_other;
+    other.place(0, 7);
+    other.set_format(false, {});
+    other.switch_on({});
+    show(other, of_other);
+    show(8);  // shown[8] and the others: numbers 7 to 14
+    EXPECT_EQ(read_all(), joined(11, 16));
+}
+
+TEST_F(View, KeepsJpegPicturesOutOfAnH264Stream) {
+    look_at(fifo("pb.h264"));
+    show(3);
+    encoder.set_codec_type(2);
+    show(3);
+    encoder.set_codec_type(0);
+    show(5);  // begins with a key frame
+    EXPECT_EQ(read_all(), joined(0, 3) + joined(6, 11));
+}
+
+// A picture of 1280 x 720 is larger than the pipe.
+TEST_F(View, GivesTheRestOfAPictureWhenThePlayerTakesIt) {
+    look_at(fifo("pb.y4m"));
+    encoder.set_resolution(4);
+    show();
+    EXPECT_TRUE(view.waits());
+    std::string all = read_all();
+    view.tend();
+    EXPECT_FALSE(view.waits());
+    all += read_all();
+    const std::string head = "YUV4MPEG2 W1280 H720 F30:1 Ip A0:0 C420\n";
+    EXPECT_EQ(all.substr(0, head.size()), head);
+    EXPECT_EQ(all.size(), head.size() + 6 + 1280 * 720 * 3 / 2);
+}
+
+TEST_F(View, BeginsAnewWhenItWasClosedAfterAFailure) {
+    const std::string path = fifo("pb.y4m");
+    look_at(path);
+    show(2);
+    testing::internal::CaptureStderr();
+    encoder.set_resolution(1);
+    show(1);
+    EXPECT_NE(testing::internal::GetCapturedStderr(), "");
+    read_all();
+    view.close();
+    show(5);  // a key frame is among them
+    const std::string head = "YUV4MPEG2 W352 H240 ";
+    EXPECT_EQ(read_all().substr(0, head.size()), head);
+}
+
+TEST_F(View, TellsTheRangeOfJpegPictures) {
+    const std::string path = dir.file("pb.y4m");
+    set("view=" + path);
+    encoder.set_codec_type(2);
+    show();
+    const std::string head = "YUV4MPEG2 W176 H120 F30:1 Ip A0:0 C420 XCOLORRANGE=FULL\n";
+    EXPECT_EQ(dir.read("pb.y4m").substr(0, head.size()), head);
 }
 
 }  // namespace
