@@ -22,14 +22,17 @@ void* counted(size_t size) {
     return place;
 }
 
+// Not inlined: compilers take a free() of what `new` gave for a mistake.
+[[gnu::noinline]] void give_back(void* place) noexcept { free(place); }
+
 }  // namespace
 
 void* operator new(size_t size) { return counted(size); }
 void* operator new[](size_t size) { return counted(size); }
-void operator delete(void* place) noexcept { free(place); }
-void operator delete[](void* place) noexcept { free(place); }
-void operator delete(void* place, size_t) noexcept { free(place); }
-void operator delete[](void* place, size_t) noexcept { free(place); }
+void operator delete(void* place) noexcept { give_back(place); }
+void operator delete[](void* place) noexcept { give_back(place); }
+void operator delete(void* place, size_t) noexcept { give_back(place); }
+void operator delete[](void* place, size_t) noexcept { give_back(place); }
 
 namespace {
 

@@ -38,7 +38,8 @@ RULES = (
     (("mainwork/*",), ("mainwork/*", "env/*", "shell/*") + PUBLIC),
     (("sdk/*",), ("sdk/*",) + API),
     (("tools/qmtool/*",), ("tools/qmtool/*", "sdk/db/*", "sdk/video/*", "shell/qm_*.h")),
-    (("tests/sdk/*", "tests/contract/*", "tests/proof/*", "bench/*", "fuzz/*"), ANY_ROOM + ("sdk/*",)),
+    (("tests/sdk/*", "tests/allocation/*", "tests/contract/*", "tests/proof/*", "bench/*", "fuzz/*"),
+     ANY_ROOM + ("sdk/*",)),
     (("tests/*", "demo/*"), ANY_ROOM + ("sdk/sim_control.h",)),
 )
 

@@ -79,10 +79,11 @@ TEST_F(ForeignSegments, AreNotReplacedByARingThatTurns) {
 
 TEST_F(ForeignSegments, BehindOurOwnAreNotPartOfTheRing) {
     record(own, 4, 15);  // segments 1 to 3
-    for (const uint64_t number : {6, 7, 8}) copy_foreign(number);
+    for (const uint64_t number : {6U, 7U, 8U}) copy_foreign(number);
     record(own, 4, 2);
     EXPECT_EQ(frames(), 17U);
-    for (const uint64_t number : {6, 7, 8}) EXPECT_EQ(bytes_of(number), bytes_of(number, "other/"));
+    for (const uint64_t number : {6U, 7U, 8U})
+        EXPECT_EQ(bytes_of(number), bytes_of(number, "other/"));
 }
 
 TEST_F(ForeignSegments, AroundOurOwnHideNothingThatTheIniNames) {
