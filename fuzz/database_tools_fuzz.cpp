@@ -3,6 +3,7 @@
 #include <fcntl.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cstdio>
 #include <cstdlib>
 #include <filesystem>
@@ -28,6 +29,9 @@ namespace {
 
 constexpr size_t MOST_RECORDS = 40;
 constexpr int64_t UTC_US = 1'700'000'000'000'000;
+// What the times of the records may be shifted by: nearly as far as a number reaches, with room for
+// their own time and UTC_US.
+constexpr int64_t MOST_SHIFT_US = INT64_MAX - (int64_t{1} << 52);
 
 // The input, byte by byte; behind its end zeros.
 class Input {
@@ -82,11 +86,26 @@ const std::vector<Made>& frames() {
     return all;
 }
 
+// A quarter of an hour at most, in steps of 0.1 ms, or any distance.
+int64_t step_of_time(Input& input) {
+    const uint32_t word = input.word();
+    constexpr uint32_t FAR = 1 << 23;
+    if ((word & FAR) == 0) return static_cast<int64_t>(word) * 100 - 800'000;
+    const auto mantissa = static_cast<int64_t>(word & (FAR - 1)) - FAR / 2;
+    return mantissa * (int64_t{1} << input.byte() % 41);
+}
+
+int64_t shifted(int64_t shift_us, int64_t step_us) {
+    int64_t sum = 0;
+    if (__builtin_add_overflow(shift_us, step_us, &sum)) sum = step_us < 0 ? INT64_MIN : INT64_MAX;
+    return std::clamp(sum, -MOST_SHIFT_US, MOST_SHIFT_US);
+}
+
 // One record: a real frame as the input wants it changed.
 void change(Input& input, Made& frame, int64_t& shift_us) {
     const uint8_t what = input.byte();
     if (what & 1) frame.info.number = input.word();
-    if (what & 2) shift_us += static_cast<int64_t>(input.word()) * 100 - 800'000;
+    if (what & 2) shift_us = shifted(shift_us, step_of_time(input));
     if (what & 4) frame.info.kind = static_cast<sim::FrameKind>(input.byte() % 4);
     if (what & 8) frame.info.stream = input.byte() % 6;
     if (what & 16) frame.info.channel = input.byte() % 2;

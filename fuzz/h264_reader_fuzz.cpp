@@ -39,7 +39,8 @@ void decode(sim::H264Reader& reader, const Bytes& unit) {
     const auto samples =
         static_cast<size_t>(after.size.width) * static_cast<size_t>(after.size.height);
     check(after.y.size() == samples && after.u.size() == samples / 4);
-    check(after.size.width <= 4096 && after.size.height <= 2304);
+    check(after.size.width <= sim::LARGEST_PICTURE.width &&
+          after.size.height <= sim::LARGEST_PICTURE.height);
 }
 
 void decode_units(const Bytes& bytes) {

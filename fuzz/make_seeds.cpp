@@ -58,6 +58,23 @@ Bytes database(uint8_t change) {
     return input;
 }
 
+// One key frame again and again, its time up and down as far as it goes.
+Bytes far_times() {
+    constexpr uint8_t KEY = 0, TIME = 1 << 1;
+    constexpr uint8_t FARTHEST = 40, LESS = 38;
+    Bytes input;
+    const auto step = [&input](bool down, uint8_t far, int times) {
+        const uint8_t low = down ? 0x00 : 0xFF, high = down ? 0x80 : 0xFF;
+        for (; times > 0; --times) input.insert(input.end(), {KEY, TIME, low, low, high, far});
+    };
+    for (int turn = 0; turn < 3; ++turn) {
+        step(true, FARTHEST, 4);
+        step(false, FARTHEST, 4);
+        step(true, LESS, 1);
+    }
+    return input;
+}
+
 }  // namespace
 
 int main(int argc, char** argv) {
@@ -84,6 +101,7 @@ int main(int argc, char** argv) {
     for (int bit = 0; bit < 8; ++bit)
         written &= put(folder / "database_tools_fuzz", "change-" + std::to_string(bit),
                        database(static_cast<uint8_t>(1 << bit)));
+    written &= put(folder / "database_tools_fuzz", "far-times", far_times());
     if (!written) perror(argv[1]);
     return written ? 0 : 1;
 }

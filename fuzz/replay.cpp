@@ -1,11 +1,15 @@
-// Plays a fuzz target without libFuzzer: so many inputs at random, always the same. Any failure
-// ends the program as it would end the fuzzer.
+// Plays a fuzz target without libFuzzer: the files of a folder, and so many inputs at random,
+// always the same. Any failure ends the program as it would end the fuzzer.
 //
-//     replay ROUNDS [SEED]
+//     replay ROUNDS [SEED [FOLDER]]
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <iterator>
 #include <random>
+#include <string>
 #include <vector>
 
 #include "sdk/board/encoder_channel.h"
@@ -35,11 +39,30 @@ std::vector<Bytes> real_frames() {
     return all;
 }
 
+// Every file of a folder; how many they were.
+long play_files(const std::string& folder) {
+    long played = 0;
+    std::error_code failed;
+    for (const auto& file : std::filesystem::directory_iterator(folder, failed)) {
+        std::ifstream in(file.path(), std::ios::binary);
+        const std::string text{std::istreambuf_iterator<char>(in), {}};
+        const Bytes input(text.begin(), text.end());
+        LLVMFuzzerTestOneInput(input.data(), input.size());
+        ++played;
+    }
+    return played;
+}
+
 }  // namespace
 
 int main(int argc, char** argv) {
     const long rounds = argc > 1 ? atol(argv[1]) : 1000;
     std::mt19937_64 random(argc > 2 ? strtoull(argv[2], nullptr, 10) : 1);
+    const long files = argc > 3 ? play_files(argv[3]) : 0;
+    if (argc > 3 && files == 0) {
+        fprintf(stderr, "%s: no inputs\n", argv[3]);
+        return 1;
+    }
     const std::vector<Bytes> frames = real_frames();
     for (long i = 0; i < rounds; ++i) {
         Bytes input;
@@ -54,6 +77,6 @@ int main(int argc, char** argv) {
         }
         LLVMFuzzerTestOneInput(input.data(), input.size());
     }
-    fprintf(stderr, "%ld inputs\n", rounds);
+    fprintf(stderr, "%ld files, %ld inputs at random\n", files, rounds);
     return 0;
 }

@@ -172,6 +172,21 @@ uint64_t DiskReader::next(uint64_t n) {
     return m_end;
 }
 
+// Missing records may be more than can be counted: the search halves what is left of them.
+uint64_t DiskReader::previous(uint64_t n) {
+    uint64_t last = next(0);
+    if (last >= n) return n;
+    for (uint64_t none_from = n; none_from - last > 1;) {
+        const uint64_t middle = last + (none_from - last) / 2;
+        const uint64_t found = next(middle);
+        if (found < n)
+            last = found;
+        else
+            none_from = middle;
+    }
+    return last;
+}
+
 bool DiskReader::at_time_known(int64_t time_us, uint64_t& found) {
     size_t place =
         last_where([time_us](const Segment& segment) { return segment.latest_utc_us < time_us; });

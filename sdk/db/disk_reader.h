@@ -31,6 +31,8 @@ class DiskReader {
     uint64_t end();
     // The least n' >= n that is there; end() when none is.
     uint64_t next(uint64_t n);
+    // The greatest n' < n that is there; n when none is.
+    uint64_t previous(uint64_t n);
 
     bool info(uint64_t n, FrameInfo& out);
     // With its payload, its checksum verified.

@@ -41,7 +41,7 @@ const char* read_size(BitReader& bits, PictureSize& out) {
     const uint32_t columns = bits.ue(), rows = bits.ue();
     if (columns >= LARGEST_PICTURE.width / MACROBLOCK ||
         rows >= LARGEST_PICTURE.height / MACROBLOCK)
-        return "sps: its pictures are larger than 4096 x 2304";
+        return "sps: its pictures are larger than 1920 x 1088";
     out.width = static_cast<int>(columns + 1) * MACROBLOCK;
     out.height = static_cast<int>(rows + 1) * MACROBLOCK;
     if (!bits.flag()) return "sps: frame_mbs_only_flag is not set";

@@ -8,9 +8,6 @@
 
 namespace sim {
 
-// Larger ones are refused before anything is allocated for them.
-inline constexpr PictureSize LARGEST_PICTURE = {4096, 2304};
-
 // Both read a payload. Null when it is right, otherwise what is wrong, as "sps: it ...".
 const char* read_sequence_set(BitReader& bits, SequenceInfo& out);
 // `qp` is what slice_qp_delta adds to.

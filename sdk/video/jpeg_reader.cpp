@@ -17,7 +17,6 @@ namespace {
 
 using namespace jpeg;
 
-constexpr int MOST_SAMPLES = 4096;  // of a side
 constexpr int COMPONENTS = 3;
 constexpr int MOST_DC = 2047;        // what 8-bit samples can have, in magnitude
 constexpr int LEAST_BLOCK_BITS = 2;  // a code for DC, one for the end
@@ -217,9 +216,9 @@ bool Decoder::read_frame(Segment in) {
     if (in.byte() != 8) return refuse_marker(SOF0, "does not have samples of 8 bits");
     const int height = in.word(), width = in.word();
     if (in.byte() != COMPONENTS) return refuse_marker(SOF0, "does not have three components");
-    if (width == 0 || height == 0 || width > MOST_SAMPLES || height > MOST_SAMPLES ||
-        width % 2 != 0 || height % 2 != 0) {
-        return refuse_marker(SOF0, "has a size that is odd, 0 or above 4096");
+    if (width == 0 || height == 0 || width > LARGEST_PICTURE.width ||
+        height > LARGEST_PICTURE.height || width % 2 != 0 || height % 2 != 0) {
+        return refuse_marker(SOF0, "has a size that is odd, 0 or above 1920 x 1088");
     }
     for (size_t i = 0; i < COMPONENTS; ++i) {
         Component& component = m_components[i];

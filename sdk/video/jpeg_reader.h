@@ -11,7 +11,7 @@
 
 namespace sim {
 
-// At most 4096 x 4096 samples.
+// At most LARGEST_PICTURE.
 class JpegReader {
   public:
     // Decodes one picture. False when it is damaged or of another kind: error() says what.

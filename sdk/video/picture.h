@@ -15,6 +15,9 @@ struct PictureSize {
     bool operator==(const PictureSize&) const = default;
 };
 
+// What the readers decode. Larger ones are refused before anything is allocated for them.
+inline constexpr PictureSize LARGEST_PICTURE = {1920, 1088};
+
 // 4:2:0 (ITU-T H.264, figure 6-1): `y` is width x height, `u` and `v` are half of it in both
 // directions, row by row from the top. Width and height are even.
 struct Picture {

@@ -226,6 +226,11 @@ TEST_F(DiskReader, StepsOverMissingRecordsAndSegments) {
     EXPECT_EQ(reader->next(21), 22u);
     EXPECT_EQ(reader->next(24), 24u);
     EXPECT_EQ(reader->next(UINT64_MAX), 24u);
+    EXPECT_EQ(reader->previous(24), 23u);
+    EXPECT_EQ(reader->previous(22), 20u);
+    EXPECT_EQ(reader->previous(20), 11u);
+    EXPECT_EQ(reader->previous(10), 10u);
+    EXPECT_EQ(reader->previous(3), 3u);
     FrameInfo info;
     EXPECT_FALSE(reader->info(15, info));
     EXPECT_FALSE(reader->info(21, info));

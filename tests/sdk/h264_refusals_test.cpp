@@ -94,12 +94,12 @@ TEST(H264Refusals, OfSequenceParameterSets) {
 }
 
 TEST(H264Refusals, OfPicturesThatAreTooLarge) {
-    const std::string large = "sps: its pictures are larger than 4096 x 2304";
-    EXPECT_EQ(sps_refusal([](Sps& s) { s.columns = 257; }), large);
-    EXPECT_EQ(sps_refusal([](Sps& s) { s.rows = 145; }), large);
+    const std::string large = "sps: its pictures are larger than 1920 x 1088";
+    EXPECT_EQ(sps_refusal([](Sps& s) { s.columns = 121; }), large);
+    EXPECT_EQ(sps_refusal([](Sps& s) { s.rows = 69; }), large);
     EXPECT_EQ(sps_refusal([](Sps& s) { s.columns = 0xFFFFFFFF; }), large);
     // The largest is taken, and then has too few macroblocks.
-    EXPECT_EQ(sps_refusal([](Sps& s) { s.columns = 256, s.rows = 144; }),
+    EXPECT_EQ(sps_refusal([](Sps& s) { s.columns = 120, s.rows = 68; }),
               "macroblock 2: it is missing, and all behind it");
 }
 

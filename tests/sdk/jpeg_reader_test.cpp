@@ -235,11 +235,13 @@ TEST(JpegReader, RefusesOtherKindsOfPictures) {
               "the segment FFC0 before byte 103 does not have three components");
     EXPECT_EQ(with([](Made& m) { m.frame[13] = 1; }),
               "the segment FFC0 before byte 103 names a component twice");
-    for (const auto& [width, height] : {std::pair(17, 16), std::pair(16, 0), std::pair(4098, 16)}) {
-        EXPECT_EQ(with([w = width, h = height](Made& m) { m.size(w, h); }),
-                  "the segment FFC0 before byte 103 has a size that is odd, 0 or above 4096");
+    for (const auto& [width, height] :
+         {std::pair(17, 16), std::pair(16, 0), std::pair(1922, 16), std::pair(16, 1090)}) {
+        EXPECT_EQ(
+            with([w = width, h = height](Made& m) { m.size(w, h); }),
+            "the segment FFC0 before byte 103 has a size that is odd, 0 or above 1920 x 1088");
     }
-    EXPECT_EQ(with([](Made& m) { m.size(4096, 4096); }), "the picture is too short for its size");
+    EXPECT_EQ(with([](Made& m) { m.size(1920, 1088); }), "the picture is too short for its size");
     EXPECT_EQ(with([](Made& m) { m.quantisers[4] = 0x10; }),
               "the segment FFDB before byte 84 has a table that is not baseline");
     EXPECT_EQ(with([](Made& m) { m.quantisers[40] = 0; }),

@@ -85,10 +85,88 @@ TEST_F(ClipGapTest, IsAHoleWhenItTakesLongerThanTwoFrames) {
     EXPECT_EQ(gaps.count, 0u);
     finder.take(frame(3, 160'000), 0);
     finder.take(frame(4, 242'000), 0);
+    finder.take(frame(5, 282'000), 0);
     EXPECT_EQ(texts(), Texts{"no frame for 0.082 s"});
     finder.expect_other_rate();
-    finder.take(frame(5, 1'261'000), 0);
+    finder.take(frame(6, 1'302'000), 0);
+    finder.take(frame(7, 1'342'000), 0);
+    finder.end();
     EXPECT_EQ(gaps.count, 1u);
+}
+
+TEST_F(ClipGapTest, IsNoHoleWhereTheRateIsLowerFromThere) {
+    // 30 frames a second, then 12: two and three of its slots in turn; then 2.
+    uint32_t number = 0;
+    int64_t slot = 0;
+    const auto take = [&](int64_t slots) {
+        slot += slots;
+        finder.take(frame(number++, slot * 100'000 / 3), 0);
+    };
+    for (int i = 0; i < 30; ++i) take(1);
+    for (int i = 0; i < 30; ++i) take(2 + i % 2);
+    for (int i = 0; i < 30; ++i) take(15);
+    EXPECT_EQ(gaps.count, 0u);
+    EXPECT_EQ(finder.usual_us(), 500'000);
+}
+
+TEST_F(ClipGapTest, IsNoHoleWhereFramesOfALowerRateAreMissing) {
+    for (uint32_t i = 0; i < 20; ++i) finder.take(frame(i, i * 40'000), 0);
+    finder.take(frame(20, 960'000), 0);
+    finder.take(frame(25, 1'960'000), 0);
+    finder.take(frame(26, 2'160'000), 0);
+    EXPECT_EQ(texts(), Texts{"frames 21 to 24 were not recorded, 1.000 s"});
+}
+
+TEST_F(ClipGapTest, IsNoHoleWhereAFewFramesOfALowerRateAreTheLast) {
+    for (const int64_t before : {1, 20}) {
+        GapFinder other(false, gaps);
+        uint32_t number = 0;
+        for (int64_t i = 0; i < before; ++i) other.take(frame(number++, i * 40'000), 0);
+        for (int64_t i = 0; i < 4; ++i)
+            other.take(frame(number++, before * 40'000 + i * 200'000), 0);
+        other.end();
+        EXPECT_EQ(gaps.count, 0u) << before;
+    }
+}
+
+TEST_F(ClipGapTest, TellsAPauseBeforeAnotherRate) {
+    for (uint32_t i = 0; i < 20; ++i) finder.take(frame(i, i * 40'000), 0);
+    for (uint32_t i = 0; i < 20; ++i) finder.take(frame(20 + i, 5'760'000 + i * 200'000), 0);
+    finder.end();
+    EXPECT_EQ(texts(), Texts{"no frame for 5.000 s"});
+}
+
+TEST_F(ClipGapTest, TellsAHoleBeforeWhateverFollows) {
+    const auto hole = [&] {
+        gaps = {};
+        GapFinder other(false, gaps);
+        for (uint32_t i = 0; i < 9; ++i) other.take(frame(i, i * 40'000), 0);
+        other.take(frame(9, 1'320'000), 0);
+        return other;
+    };
+    const std::string told = "no frame for 1.000 s";
+    hole().end();
+    EXPECT_EQ(texts(), Texts{told});
+    hole().end(1, 1'400'000);
+    EXPECT_EQ(texts(), (Texts{told, "1 record cannot be read, perhaps of this channel"}));
+    hole().lose(frame(10, 1'360'000));
+    EXPECT_EQ(texts(), (Texts{told, "frame 10 cannot be read"}));
+    hole().expect_other_rate();
+    EXPECT_EQ(texts(), Texts{told});
+    hole().take(frame(10, 2'320'000, 2), 0);
+    EXPECT_EQ(texts(), (Texts{told,
+                              "the recording began again, or the clock was set; 1.000 s from frame "
+                              "to frame"}));
+    hole().leave_out(frame(10, 1'360'000), 0, ClipGap::Kind::codec);
+    EXPECT_EQ(texts(), (Texts{told, "frame 10 is of another codec and left out"}));
+}
+
+TEST_F(ClipGapTest, TellsHolesOfSoundAtOnce) {
+    GapFinder sound(true, gaps);
+    for (uint32_t i = 0; i < 9; ++i) sound.take(frame(i, i * 40'000), 0);
+    sound.take(frame(9, 620'000), 0);
+    sound.take(frame(10, 920'000), 0);
+    EXPECT_EQ(texts(), (Texts{"audio: no frame for 0.300 s", "audio: no frame for 0.300 s"}));
 }
 
 TEST_F(ClipGapTest, SaysWhereARunEnds) {
@@ -113,6 +191,35 @@ TEST_F(ClipGapTest, JoinsLostFramesThatFollow) {
     EXPECT_EQ(gaps.items[0].after_us, 0);
     EXPECT_EQ(gaps.items[0].until_us, 80'000);
     EXPECT_EQ(gaps.losses, 3u);
+}
+
+TEST_F(ClipGapTest, JoinsFramesThatAreLeftOut) {
+    GapFinder sound(true, gaps);
+    finder.take(frame(0, 0), 0);
+    finder.take(frame(1, 40'000), 0);
+    finder.leave_out(frame(2, 80'000), 0, ClipGap::Kind::codec);
+    sound.lose(frame(3, 90'000));
+    finder.leave_out(frame(3, 280'000), 0, ClipGap::Kind::codec);
+    finder.leave_out(frame(4, 320'000), 0, ClipGap::Kind::no_key);
+    finder.leave_out(frame(6, 720'000), 0, ClipGap::Kind::no_key);
+    finder.take(frame(7, 760'000), 0);
+    finder.take(frame(8, 800'000), 0);
+    EXPECT_EQ(texts(), (Texts{"frames 2 to 3 are of another codec and left out",
+                              "audio: frame 3 cannot be read",
+                              "frame 4 refers to frames outside the span and is left out",
+                              "frame 5 was not recorded, 0.400 s",
+                              "frame 6 refers to frames outside the span and is left out"}));
+    EXPECT_EQ(gaps.items[0].after_us, 80'000);
+    EXPECT_EQ(gaps.items[0].until_us, 280'000);
+    EXPECT_EQ(gaps.losses, 4u);
+}
+
+TEST_F(ClipGapTest, TakesNoRateFromFramesThatAreLeftOut) {
+    finder.take(frame(0, 0), 0);
+    finder.take(frame(1, 40'000), 0);
+    for (uint32_t i = 2; i < 10; ++i)
+        finder.leave_out(frame(i, i * 60'000), 0, ClipGap::Kind::codec);
+    EXPECT_EQ(finder.usual_us(), 40'000);
 }
 
 TEST(SoundPlaces, FollowOneAnother) {

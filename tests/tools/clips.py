@@ -31,9 +31,9 @@ def made(kind, stream, channel, size=(352, 288), first=0, count=50, key_every=10
     return frames
 
 
-def pictures(channel=3, stream=0, at=0, run=1, step_us=0, jump=0, **other):
+def pictures(channel=3, stream=0, at=0, run=1, step_us=0, jump=0, kind=None, **other):
     """Frames for a database: picture n stands at `at` + n * SLOT, with `jump` at the first."""
-    kind = "jpeg" if stream == 2 else "h264"
+    kind = kind or ("jpeg" if stream == 2 else "h264")
     return [Frame(channel, number, at + number * SLOT + jump, of_kind, stream, payload, run, step_us)
             for of_kind, number, payload in made(kind, stream, channel, **other)]
 

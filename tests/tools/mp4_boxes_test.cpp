@@ -61,6 +61,43 @@ TEST(Mp4Samples, AreToldInRuns) {
                        "00000046"));
 }
 
+// 20 hours between two pictures at 90,000 ticks a second: twice as long ticks have room for it.
+TEST(Mp4Samples, AreToldInLongerTicksWhereAStepIsLong) {
+    constexpr int64_t PAUSE = int64_t{20} * 3600 * 90'000;
+    SampleTable table;
+    table.add(0, 10, 8, 1, true);
+    table.add(3003, 10, 18, 1, true);
+    table.add(6006, 10, 28, 1, true);
+    EXPECT_EQ(table.divisor(90'000), 1u);
+    table.add(6006 + PAUSE, 10, 38, 1, true);
+    table.end(3003);
+    EXPECT_EQ(table.duration(), uint64_t{9009} + PAUSE);
+    // 6,480,000,000 / 2 are too many for 31 bits, / 4 are not: 1,620,000,000.
+    ASSERT_EQ(table.divisor(90'000), 4u);
+    Boxes boxes;
+    table.write(boxes, 4);
+    // 750.75, 1501.5 and so on, each rounded down for itself; the pause is 0x608F3D00.
+    EXPECT_EQ(hex(boxes.out()).substr(0, expected("00000030 \"stts\" 00000000 00000004").size()),
+              expected("00000030 \"stts\" 00000000 00000004"));
+    EXPECT_NE(hex(boxes.out())
+                  .find(expected("00000001 000002ee 00000001 000002ef"
+                                 "00000001 608f3d00 00000001 000002ef")),
+              std::string::npos)
+        << hex(boxes.out());
+}
+
+TEST(Mp4Samples, CountMoreSoundThanThirtyTwoBits) {
+    SampleTable table(1);
+    for (int i = 0; i < 5; ++i) table.add_run(1'000'000'000, 64);
+    Boxes boxes;
+    table.write(boxes);
+    // 4 and 1 thousand millions.
+    EXPECT_EQ(hex(boxes.out())
+                  .find(expected("00000020 \"stts\" 00000000 00000002 ee6b2800 00000001"
+                                 "3b9aca00 00000001")),
+              0u);
+}
+
 TEST(Mp4Samples, NeedNoTableOfKeyFramesWhenAllAre) {
     SampleTable table;
     table.add(0, 10, 8, 1, true);

@@ -115,6 +115,7 @@ class Decoded(ClipCase):
         self.put(frames)
         done, lines = self.verify("--decode")
         self.assertEqual((done, len(lines)), (1, 1003))
+        self.assertTrue(lines[0].endswith(": its sound has 1 byte, not 320"), lines[0])
         self.assertEqual(lines[1000], "and 2 more")
         self.assertEqual(len(self.decoded(1)["wrong_frames"]), 1000)
 

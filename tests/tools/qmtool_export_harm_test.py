@@ -54,6 +54,29 @@ class Gaps(ClipCase):
         packets = self.probe("a.mp4", "packet=pts")["packets"]
         self.assertEqual([one["pts"] for one in packets], [n * TICKS for n in range(30)])
 
+    def test_the_sound_behind_a_clock_that_was_set_back(self):
+        recorded = Segment(size=8 << 20)
+        for run, count in ((1, 20), (2, 10)):
+            at, step_us = (run - 1) * 1_000_000, (1 - run) * 60_000_000
+            for picture, tone in zip(pictures(count=count, at=at, run=run, step_us=step_us),
+                                     tones(count=count, at=at, run=run, step_us=step_us)):
+                recorded.frame(picture)
+                offset = recorded.frame(tone)
+                recorded.data[offset + 60] ^= (run, tone.number) == (2, 4)
+        recorded.commit()
+        recorded.frame(Frame(5, 0, 2_000_000))
+        recorded.commit()
+        self.folder.write(recorded.finish())
+        self.assertIn("  audio: frame 4 cannot be read", self.export("a.mov", status=1))
+        sound = [payload for _, _, payload in clips.made("tone", 0, 3, count=20)]
+        sound += [*sound[:4], b"\xff" * 320, *sound[5:10]]
+        self.assertEqual(self.decoded("a.mov", "-map", "0:a", "-c", "copy", "-f", "mulaw"), b"".join(sound))
+
+    def test_a_hole_before_the_last_frame(self):
+        self.folder.write(segment(pictures(count=20) + pictures(count=21, at=1_000_000)[20:]))
+        self.assertEqual(gap_lines(self.export("a.mov")),
+                         [f"  {clock(19 * SLOT)}  no frame for 1.040 s"])
+
     def test_a_night_without_a_recording_is_as_long_as_players_can_count(self):
         night = 10 * 3600 * 1_000_000
         self.folder.write(segment(pictures(count=20) + pictures(count=10, at=night, run=2)))
@@ -61,6 +84,17 @@ class Gaps(ClipCase):
         packets = self.probe("a.mov", "packet=pts")["packets"]
         self.assertEqual(packets[20]["pts"], 19 * TICKS + 6 * 3600 * 90_000)
         self.assertEqual(len(packets), 30)
+
+    def test_pictures_may_pause_longer_than_32_bits_count(self):
+        pause = 20 * 3600 * 1_000_000
+        sounds = tones(count=1)
+        for minute in range(1, 20 * 60):
+            sounds += tones(count=1, at=minute * 60_000_000)
+        self.folder.write(segment(pictures(count=10) + pictures(count=10, at=pause) + sounds))
+        self.export("a.mov")
+        found = self.probe("a.mov", "packet=pts_time", "-select_streams", "v:0")["packets"]
+        self.assertEqual([float(one["pts_time"]) for one in found],
+                         [hours + n / 25 for hours in (0, 20 * 3600) for n in range(10)])
 
     def test_many_gaps_are_counted(self):
         self.folder.write(segment([one for one in pictures(count=300, key_every=1)
@@ -92,8 +126,16 @@ class Gaps(ClipCase):
             self.assertEqual(sizes, [352 * 288 * 3 // 2] * 20 + [704 * 576 * 3 // 2] * 20 +
                              [352 * 288 * 3 // 2] * 10)
 
-
     def test_another_rate_is_no_hole(self):
+        # As when a rate is set while it is recorded, from 25 to 5 frames a second and on to 10.
+        times = [n * SLOT for n in range(20)]
+        for step, count in ((200_000, 15), (100_000, 15)):
+            times += [times[-1] + step * n for n in range(1, count + 1)]
+        self.folder.write(segment([Frame(3, one.number, at, one.kind, 0, one.payload)
+                                   for one, at in zip(pictures(), times)]))
+        self.assertEqual(gap_lines(self.export("a.mov")), [])
+
+    def test_another_rate_and_size_is_no_hole(self):
         slow = [Frame(3, 20 + n, 20 * SLOT + n * 200_000, one.kind, 0, one.payload)
                 for n, one in enumerate(pictures(size=(704, 576), first=20, count=20))]
         self.folder.write(segment(pictures(count=20) + slow))
@@ -150,6 +192,15 @@ class Damage(ClipCase):
         self.write(broken=range(0, 50, 10))
         self.assertEqual(self.refused("a.mov"), f"qmtool: {self.folder.ini}: there is no key frame of it in "
                                                 "this span or before it\n")
+
+    def test_without_a_frame_of_the_span_there_is_no_film_of_what_lies_ahead(self):
+        self.write(broken=(12, 13))
+        why = f"{self.path('a.mov')}: nothing in this span can be written into it" if self.batches \
+            else f"{self.folder.ini}: there is nothing of it in this span"
+        self.assertEqual(self.refused("a.mov", "--from", "+0.48", "--to", "+0.56", "--manifest"),
+                         f"qmtool: {why}\n")
+        told = self.exported("a.mov", "--from", "+0.44", "--to", "+0.56", status=self.batches)
+        self.assertEqual((told["frames"], told["frames_before_start"]), (2, 1))
 
     def test_damage_of_another_channel_is_none_of_this_one(self):
         recorded = Segment(size=8 << 20)
@@ -277,6 +328,16 @@ class DamageBefore(Damage):
     batches = True
 
 
+class Forged(ClipCase):
+    def test_numbers_far_apart_are_no_search_without_end(self):
+        newest = Segment(number=2, first=1 << 62)
+        self.folder.write(segment(pictures(count=1)), newest)
+        self.export("a.mov", status=1)
+        done, _, err = self.run_tool("frame", "--channel", "3", "--at", "-0", "-o",
+                                     self.path("a.png"), self.folder.ini)
+        self.assertEqual(done, 0, err)
+
+
 class Live(ClipCase):
     def test_a_database_that_is_recorded_is_exported_up_to_now(self):
         recorded = Segment(size=8 << 20)
@@ -352,6 +413,14 @@ class Stopped(ClipCase):
         self.assertEqual(os.listdir(self.out), ["a.mov"])
         self.assertLess(os.path.getsize(self.path("a.mov")), 1_000_000)
 
+    def test_a_file_with_another_name_is_not_written_over(self):
+        recorded = self.folder.name(1)
+        os.link(recorded, self.path("a.mov.part"))
+        before = os.path.getsize(recorded)
+        self.assertEqual(self.refused("a.mov"),
+                         f"qmtool: {self.path('a.mov')}: cannot be written: Too many links\n")
+        self.assertEqual(os.path.getsize(recorded), before)
+
     def test_two_exports_do_not_write_one_file(self):
         with open(self.path("a.mov.part"), "wb") as other:
             fcntl.flock(other, fcntl.LOCK_EX)
@@ -375,6 +444,13 @@ class Stopped(ClipCase):
         done, _, err = self.run_tool("export", "--channel", "3", "--stream", "jpeg", "-o",
                                      self.path("new"), self.folder.ini)
         self.assertEqual(done, 3, err)
+        self.assertEqual(os.listdir(self.path("new")), ["frame-0000000003.jpg"])
+        os.remove(self.path("new/frame-0000000003.jpg"))
+        os.mkdir(self.path("new/frame-0000000003.jpg"))
+        done, _, err = self.run_tool("export", "--channel", "3", "--stream", "jpeg", "--force", "-o",
+                                     self.path("new"), self.folder.ini)
+        self.assertEqual((done, err), (3, f"qmtool: {self.path('new')}: frame-0000000003.jpg is there "
+                                          "already, a folder\n"))
         self.assertEqual(os.listdir(self.path("new")), ["frame-0000000003.jpg"])
         done, _, err = self.run_tool("export", "--channel", "3", "--stream", "jpeg", "-o",
                                      self.path("none/deep/"), self.folder.ini)

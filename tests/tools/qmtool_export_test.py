@@ -6,8 +6,9 @@ import os
 import struct
 
 import clips
+from case import clock
 from clips import SLOT, ClipCase, box, boxes, made, nal_units, pictures, segment, tones
-from database import T0, Frame, crc32c
+from database import T0, Frame, Segment, crc32c
 
 TICKS = SLOT * 9 // 100  # of a film, from frame to frame
 
@@ -250,6 +251,166 @@ class OtherFiles(ClipCase):
                           for name in sorted(os.listdir(self.path("new")))])
 
 
+class SetBack(ClipCase):
+    """The clock was set back by 0.4 s before frame 24, and the recording went on: 20 to 23 and 30 to
+    33 have the same times, and key frames are 0, 10, 20, 30 and 40."""
+    RUN = "the recording began again, or the clock was set; "
+
+    def write(self, *lanes, broken=(), known=True, **other):
+        recorded = Segment(size=8 << 20)
+        for both in zip(*(frames(count=24, **other) +
+                          frames(count=50, run=2, step_us=-400_000, **other)[24:] for frames in lanes)):
+            for frame in both:
+                offset = recorded.frame(frame)
+                recorded.data[offset + 60] ^= frame.number in broken
+            if known and frame.number == 45:
+                recorded.commit()  # the directory tells of damaged records before the last batch
+        recorded.commit()
+        self.folder.write(recorded.finish())
+
+    def gaps(self, out):
+        return out.partition("\nGaps\n")[2].splitlines()
+
+    def films(self, frames, *words):
+        """What was told; the film shows these frames, and each is the one that was recorded."""
+        with open(self.path("plain.h264"), "wb") as out:
+            out.write(b"".join(payload for _, _, payload in made("h264", 0, 3)))
+        expected = [md5 for _, md5 in self.frame_sums("plain.h264")]
+        out = self.export("a.mov", *words, status=1)
+        self.assertEqual([md5 for _, md5 in self.frame_sums("a.mov")], [expected[n] for n in frames])
+        return self.gaps(out)
+
+    def test_frames_that_refer_to_what_is_behind_the_span_are_left_out(self):
+        self.write(pictures)
+        lines = self.films([*range(23), 30, 31, 32], "--to", "+0.9")
+        self.assertEqual(lines, [
+            f"  {clock(22 * SLOT)}  {self.RUN}-0.320 s from frame to frame",
+            f"  {clock(14 * SLOT)}  frames 24 to 29 refer to frames outside the span and are left out"])
+
+    def test_frames_before_the_span_are_left_out_in_a_later_run_too(self):
+        self.write(pictures)
+        lines = self.films([*range(18, 24), *range(30, 50)], "--from", "+0.72")
+        self.assertEqual(lines, [
+            f"  {clock(23 * SLOT)}  {self.RUN}-0.200 s from frame to frame",
+            f"  {clock(18 * SLOT)}  frames 28 to 29 refer to frames outside the span and are left out"])
+        told = self.exported("a.mov", "--force", "--manifest", "--from", "+0.72", status=1)
+        self.assertEqual((told["frames"], told["frames_before_start"]), (34, 8))
+        self.assertEqual([(gap["kind"], gap["first_frame"], gap["frames"]) for gap in told["gaps"]],
+                         [("run", 0, 0), ("no_key_frame", 28, 2)])
+        records = json.loads(self.read("a.mov.manifest.json"))["records"]
+        self.assertTrue(all(one["time"]["us"] >= T0 + 720_000 for one in records[8:]), records)
+
+    def test_the_sound_of_a_film_keeps_to_the_span(self):
+        recorded = [payload for _, _, payload in made("tone", 0, 3)]
+        for words, heard in ((("--to", "+0.9"), [*range(23), *range(24, 33)]),
+                             (("--from", "+0.72"), [*range(18, 24), *range(28, 50)])):
+            self.write(pictures, tones)
+            self.export("a.mov", "--force", *words, status=1)
+            self.assertEqual(self.decoded("a.mov", "-map", "0:a", "-c", "copy", "-f", "mulaw"),
+                             b"".join(recorded[n] for n in heard))
+
+    def test_frames_that_refer_to_one_that_cannot_be_read_behind_the_span(self):
+        self.write(pictures, broken=(23,))
+        lines = self.films([*range(23), 30, 31, 32], "--to", "+0.9")
+        self.assertEqual(lines[1:], [
+            f"  {clock(14 * SLOT)}  frames 24 to 29 refer to frames outside the span and are left out"])
+
+    def test_a_record_of_the_span_that_is_missing_behind_it(self):
+        self.write(pictures, broken=(31,), known=False)
+        out = self.export("a.h264", "--to", "+0.9", status=1)
+        self.assertEqual(self.gaps(out)[2:], [f"  {clock(20 * SLOT)}  frame 31 cannot be read"])
+
+    def test_the_first_key_frame_that_can_be_read_is_one_of_the_span(self):
+        self.write(pictures, broken=(0, 10, 20))
+        self.films(range(40, 50), "--from", "+0.9")
+        told = self.exported("a.mov", "--force", "--from", "+0.9", status=1)
+        self.assertEqual((told["frames"], told["frames_before_start"], told["frames_left_out"]), (10, 0, 8))
+
+    def test_one_frame_that_is_left_out(self):
+        self.write(pictures)
+        lines = self.films([*range(19, 24), *range(30, 50)], "--from", "+0.76")
+        self.assertEqual(lines[1:], [
+            f"  {clock(19 * SLOT)}  frame 29 refers to frames outside the span and is left out"])
+
+    def test_of_jpeg_and_of_sound_only_what_is_outside_is_left_out(self):
+        for words, frames in ((("--to", "+0.9"), [*range(23), *range(24, 33)]),
+                              (("--from", "+0.72"), [*range(18, 24), *range(28, 50)])):
+            self.write(pictures, stream=2)
+            name = f"new{words[0]}/"
+            self.assertEqual(len(self.gaps(self.export(name, *words, stream="jpeg"))), 1)
+            self.assertEqual(sorted(os.listdir(self.path(name))),
+                             [f"frame-{number:010d}.jpg" for number in frames])
+            self.write(tones)
+            self.export("a.wav", "--force", *words, stream="audio")
+            recorded = [payload for _, _, payload in made("tone", 0, 3)]
+            self.assertEqual(self.read("a.wav")[58:], b"".join(recorded[n] for n in frames))
+
+
+class Codecs(ClipCase):
+    """A channel of which the codec was changed between two recordings."""
+    RUN = f"  {clock(19 * SLOT)}  the recording began again, or the clock was set; 0.240 s from frame " \
+          "to frame"
+
+    def write(self, first, second):
+        self.folder.write(segment(pictures(kind=first, count=20) + tones(count=20) +
+                                  pictures(kind=second, count=20, at=1_000_000, run=2)))
+
+    def lines(self, name, *words, status=1):
+        lines = self.export(name, *words, status=status).partition("\nGaps\n")[2].splitlines()
+        return [line for line in lines if "audio: " not in line]
+
+    def codec(self, name):
+        return self.probe(name, "stream=codec_name,nb_frames", "-select_streams", "v")["streams"]
+
+    def test_a_clip_is_of_one_codec_and_tells_of_the_other(self):
+        h264, jpeg = [{"codec_name": "h264", "nb_frames": "20"}], [{"codec_name": "mjpeg",
+                                                                    "nb_frames": "20"}]
+        before = [f"  {clock(0)}  frames 0 to 19 are of another codec and left out", self.RUN]
+        behind = [self.RUN, f"  {clock(1_000_000)}  frames 0 to 19 are of another codec and left out"]
+        recorded = b"".join(payload for _, _, payload in made("h264", 0, 3, count=20))
+        for first, second, of_film in (("h264", "jpeg", h264), ("jpeg", "h264", jpeg)):
+            self.write(first, second)
+            for name in ("a.mov", "a.mp4"):
+                self.assertEqual(self.lines(name, "--force"), behind)
+                self.assertEqual(self.codec(name), of_film)
+                self.assertEqual(len(self.frame_sums(name)), 20)
+            self.assertEqual(self.lines("a.h264", "--force"), behind if first == "h264" else before)
+            self.assertEqual(self.read("a.h264"), recorded)
+            self.assertEqual(self.lines(f"{first}/"), behind if first == "jpeg" else before)
+            self.assertEqual(sorted(os.listdir(self.path(first))),
+                             [f"frame-{number:010d}.jpg" for number in range(20)])
+        told = self.exported("a.mov", "--force", status=1)
+        self.assertEqual([(gap["kind"], gap["frames"]) for gap in told["gaps"] if not gap["sound"]],
+                         [("run", 0), ("other_codec", 20)])
+
+    def test_the_span_decides(self):
+        self.write("h264", "jpeg")
+        self.assertEqual(self.lines("a.mov", "--from", "+1", status=0), [])
+        self.assertEqual(self.codec("a.mov"), [{"codec_name": "mjpeg", "nb_frames": "20"}])
+        self.assertEqual(self.lines("new/", "--from", "+1", status=0), [])
+        self.assertEqual(self.lines("a.h264", "--to", "+1", status=0), [])
+        start = f"qmtool: {self.folder.ini}: all of it in this span is "
+        self.assertEqual(self.refused("b.h264", "--from", "+1", "--manifest"),
+                         start + "JPEG, which goes into a film or a folder\n")
+        self.assertEqual(self.refused("b/", "--to", "+1"),
+                         start + "H.264, which goes into a film or a .h264 file\n")
+        self.assertFalse(os.path.exists(self.path("b")))
+
+    def test_one_frame_of_the_other_codec(self):
+        self.write("h264", "jpeg")
+        self.assertEqual(self.lines("a.h264", "--to", "+1.001")[1:],
+                         [f"  {clock(1_000_000)}  frame 0 is of another codec and left out"])
+
+    def test_no_picture_begins_before_a_change_of_the_codec(self):
+        # The key frame behind the change is missing.
+        self.folder.write(segment(pictures(count=20) + pictures(kind="jpeg", count=5, at=1_000_000, run=2) +
+                                  pictures(count=20, at=2_000_000, run=3)[1:]))
+        out = self.export("a.h264", "--from", "+2", status=1)
+        self.assertIn("\n  9 frames are before the first key frame left out\n", out)
+        self.assertEqual(self.read("a.h264"), b"".join(payload for _, n, payload in made("h264", 0, 3,
+                                                                                        count=20) if n >= 10))
+
+
 class Usage(ClipCase):
     def test_what_does_not_fit_is_told(self):
         self.folder.write(segment(pictures(count=5)))
@@ -269,7 +430,7 @@ class Usage(ClipCase):
                                       "folder"),
                 ("a.wav", "main", (), "a .wav file takes --stream audio"),
                 ("a.mov", "audio", (), "--stream audio goes into a .wav file"),
-                ("new/", "main", (), "a folder takes --stream JPEG"),
+                ("new/", "audio", (), "--stream audio goes into a .wav file"),
                 ("a.264", "jpeg", (), "a .h264 file takes a stream of H.264"),
                 ("a.mov", "main", ("--from", "soon"),
                  "--from takes a time as 2026-11-21T01:46:28.5Z, +12.5 or -3 (seconds), not soon"),

@@ -9,6 +9,7 @@ import zlib
 import clips
 from case import PATIENCE
 from clips import ClipCase, made, pictures, segment
+from database import Segment
 
 SIZE = (352, 288)
 # Signature, three chunks with 13 bytes in the first; zlib's head and sum, five blocks of at most
@@ -128,6 +129,22 @@ class Frames(ClipCase):
                                 ("+0.4", 10), ("-0", 49), ("+60", 49)):
             self.assertEqual(self.shown("a.ppm"), number, self.at)
 
+    def test_a_picture_from_before_a_pause_is_told_to_be(self):
+        line = (f"{self.path('a.png')}: main channel 3, frame 49, 2026-11-21T01:46:29.960Z, 352 x 288, "
+                f"{PNG_BYTES} bytes\n")
+        self.assertEqual(self.frame("a.png", "--at", "+2.96"), line)
+        self.assertEqual(self.frame("a.png", "--force", "--at", "+2.961"), line +
+                         "  1.001 s before the wanted time; between them this channel has no picture\n")
+        told = json.loads(self.frame("a.png", "--force", "--json", "--at", "+60"))
+        self.assertEqual((told["time"]["utc"], told["wanted"]["utc"]),
+                         ("2026-11-21T01:46:29.960Z", "2026-11-21T01:47:28.000Z"))
+
+    def test_the_case_of_an_ending_does_not_count(self):
+        for name, start in (("a.PNG", b"\x89PNG"), ("a.Jpeg", b"\xff\xd8"), ("a.JPG", b"\xff\xd8"),
+                            ("a.pPm", b"P6\n")):
+            self.frame(name, "--at", "+1")
+            self.assertEqual(self.read(name)[:len(start)], start)
+
     def test_a_file_that_is_there_stays(self):
         with open(self.path("a.png"), "w") as out:
             out.write("mine")
@@ -157,6 +174,29 @@ class Frames(ClipCase):
         self.assertIn("main channel 3 has no picture at 2026-11-21T01:46:28.640Z that can be decoded: "
                       "frames before it are missing", self.frame("a.png", "--at", "+0.64", status=3))
         self.assertEqual(os.listdir(self.out), [])
+
+    def test_a_frame_that_cannot_be_read_is_no_older_picture(self):
+        recorded = Segment(size=8 << 20)
+        for channel, stream in ((3, 0), (4, 2)):
+            for picture in pictures(channel=channel, stream=stream, jump=(channel - 3) * 10_000_000):
+                offset = recorded.frame(picture)
+                if picture.number == 14:
+                    recorded.data[offset + 60] ^= 1
+                if picture.number % 10 == 9:
+                    recorded.commit()
+        self.folder.write(recorded.finish())
+        for words, channel, start, following in (((), 3, 0, (20, 29)),
+                                                 (("--stream", "jpeg"), 4, 10, (15, 29))):
+            for number in (12, 13, *following):
+                told = json.loads(self.frame("a.png", "--force", "--json", *words, "--at",
+                                             f"+{start + number / 25}", channel=channel))
+                self.assertEqual(told["frame"], number)
+            os.remove(self.path("a.png"))
+            for at in ("0.56", "0.58", *(("0.6", "0.76") if channel == 3 else ())):
+                err = self.frame("a.png", *words, "--at", f"+{start + float(at)}", channel=channel,
+                                 status=3)
+                self.assertIn("Z that can be decoded: frames before it are missing\n", err)
+            self.assertEqual(os.listdir(self.out), [])
 
     def test_a_damaged_frame_is_told(self):
         frames = pictures()

@@ -99,7 +99,7 @@ class Report(ClipCase):
                          ["99", "2", "1", "1", "1", "1"])
 
     def test_plots(self):
-        # 25 frames in the first second, none in the second, 5 in the third; half the height is 25.
+        # 25 frames in the first second, none in the second, 5 in the third: four steps a second.
         frames = [Frame(5, n, n * SLOT, AUDIO, bytes=1000) for n in range(25)]
         frames += [Frame(5, n + 25, 2_000_000 + n * SLOT, AUDIO, bytes=1000) for n in range(5)]
         frames += [Frame(6, n, n * 20_000, AUDIO, bytes=10) for n in range(150)]
@@ -107,16 +107,18 @@ class Report(ClipCase):
         page = self.report()
         lines = page.find("svg", class_="line")
         self.assertEqual(len(lines), 3)
-        self.assertTrue(all(one["viewbox"] == "0 0 3 100" for one in lines))
+        self.assertTrue(all(one["viewbox"] == "0 0 12 100" for one in lines))
         areas = [one["d"] for one in page.find("path", class_="area")]
-        self.assertEqual(areas[:2], ["M0,100V0H1V100ZM2,100V0H3V100Z", "M0,100V0H3V100Z"])
+        self.assertEqual(areas[:2], ["M0,100V0H4V100ZM8,100V0H9V100Z", "M0,100V0H12V100Z"])
         # Frames a second, up to 25; then 200 kbit/s, up to 200.
-        self.assertEqual(areas[2], "M0,100V0H1V100ZM2,100V0H3V100Z")
+        self.assertEqual(areas[2], "M0,100V0H4V100ZM8,100V0H9V100Z")
         self.assertEqual(areas[3], areas[2])
-        self.assertIn("up to 25", self.text)
+        self.assertIn("up to 25<", self.text)
         self.assertIn("up to 200.0 kbit/s", self.text)
-        # 50 a second; 80 * 50 = 4000 bit/s, up to 5000.
-        self.assertEqual(areas[4:], ["M0,100V0H3V100Z", "M0,100V20H3V100Z"])
+        # 50 a second; 80 * 50 = 4000 bit/s.
+        self.assertEqual(areas[4:], ["M0,100V0H12V100Z"] * 2)
+        self.assertIn("up to 50<", self.text)
+        self.assertIn("up to 4.0 kbit/s", self.text)
 
     def test_plots_go_up_and_down(self):
         # 10 frames, 20 and 5 in a second each; up to 20 a second and, of 1000 bytes, 200 kbit/s.
@@ -125,18 +127,83 @@ class Report(ClipCase):
         self.folder.write(segment([Frame(5, n, us, AUDIO, bytes=1000) for n, us in enumerate(times)]))
         page = self.report()
         self.assertEqual([one["d"] for one in page.find("path", class_="area")][1:],
-                         ["M0,100V50H1V0H2V75H3V100Z", "M0,100V60H1V20H2V80H3V100Z"])
+                         ["M0,100V50H4V0H8V75H12V100Z", "M0,100V60H4V20H8V80H12V100Z"])
         self.assertEqual([one["d"] for one in page.find("path", class_="edge")],
-                         ["M0,50H1V0H2V75H3", "M0,60H1V20H2V80H3"])
+                         ["M0,50H4V0H8V75H12", "M0,60H4V20H8V80H12"])
         self.assertIn("up to 20<", self.text)
         self.assertIn("up to 200.0 kbit/s", self.text)
 
+    def two_runs(self):
+        """25 frames a second of 1000 bytes, 200 kbit/s: from 0 to 2.52 s, and from 10.6 to 13.12 s."""
+        return [Frame(5, n, at + n * SLOT, AUDIO, bytes=1000, run=run)
+                for at, run in ((0, 1), (10_600_000, 2)) for n in range(63)]
+
+    def test_where_a_run_begins_and_ends_its_rate_is_the_same(self):
+        self.folder.write(segment(self.two_runs()))
+        page = self.report()
+        # Quarters of a second: 2.48 s is in the tenth, 10.6 s in the 43rd, 13.08 s in the 53rd.
+        flat = "M0,0H10M42,0H53"
+        self.assertEqual([one["d"] for one in page.find("path", class_="edge")], [flat, flat])
+        self.assertIn("up to 25<", self.text)
+        self.assertIn("up to 200.0 kbit/s", self.text)
+        self.assertIn("mean 25.00, most 25.00, 0 dropped", self.text)
+
+    def test_rates_do_not_depend_on_where_a_step_ends(self):
+        # 7.5 a second: 8 and 7 frames by turns.
+        frames = [Frame(5, n, n * 400_000 // 3, AUDIO, bytes=300) for n in range(60)]
+        self.folder.write(segment(frames))
+        page = self.report()
+        # Of 8 a second they are 94 of 100, and 18 kbit/s of 20 are 90.
+        self.assertEqual([one["d"] for one in page.find("path", class_="edge")],
+                         ["M0,6H32", "M0,10H32"])
+        self.assertIn("up to 8<", self.text)
+        self.assertIn("up to 20.0 kbit/s", self.text)
+
+    def test_what_is_left_of_a_second_belongs_to_the_one_before(self):
+        # Each second begins with 10,000 bytes, then come 24 times 1000: 272 kbit/s. In
+        # the last 0.24 s there are six frames: of 31 frames in 1.24 s are 49,000 bytes, 316,129 bit/s.
+        frames = [Frame(5, n, n * SLOT, AUDIO, bytes=1000 if n % 25 else 10_000) for n in range(56)]
+        self.folder.write(segment(frames, size=64 << 20))
+        page = self.report()
+        # Up to 400: 272 are 68 of 100, 316 are 79.
+        self.assertEqual([one["d"] for one in page.find("path", class_="edge")],
+                         ["M0,0H9", "M0,32H4V21H9"])
+        self.assertIn("up to 400.0 kbit/s", self.text)
+
+    def test_where_frames_are_missing_the_rate_is_0(self):
+        # A second of frames, 75 that are missing, a second of frames.
+        frames = [Frame(5, n, n * SLOT, AUDIO, bytes=1000) for n in range(125) if not 25 <= n < 100]
+        self.folder.write(segment(frames))
+        page = self.report()
+        self.assertEqual([one["d"] for one in page.find("path", class_="edge")],
+                         ["M0,0H4V100H16V0H20"] * 2)
+        self.assertEqual([one["d"] for one in page.find("path", class_="area")][0],
+                         "M0,100V0H4V100ZM16,100V0H20V100Z")
+
+    def test_the_axis_begins_with_the_earliest_frame(self):
+        # The first record is of another channel, 5 ms later.
+        frames = [Frame(6, 0, 5_000, AUDIO, bytes=10)]
+        frames += [Frame(5, n, n * SLOT, AUDIO, bytes=1000) for n in range(50)]
+        made = Segment(size=8 << 20)
+        for frame in frames:
+            made.frame(frame)
+        made.commit()
+        self.folder.write(made.finish())
+        page = self.report()
+        self.assertEqual([one["viewbox"] for one in page.find("svg", class_="line")],
+                         ["0 0 8 100"] * 3)
+        self.assertEqual(page.find("path", class_="area")[0]["d"], "M0,100V0H8V100Z")
+        axes = page.find("div", class_="axis five")
+        self.assertEqual([one["text"] for one in axes],
+                         ["01:46:28.001:46:28.501:46:29.001:46:29.501:46:30.0"] * 2)
+
     def test_drops_are_marked(self):
+        # The one behind it stands at 1.24 s.
         frames = [Frame(5, n, n * SLOT, AUDIO, bytes=320) for n in range(75) if n != 30]
         self.folder.write(segment(frames))
         page = self.report()
         self.assertEqual([one["d"] for one in page.find("path", class_="drop")],
-                         ["M1.5,0V100", "M1.5,85V100", "M1.5,85V100"])
+                         ["M4.5,0V100", "M4.5,85V100", "M4.5,85V100"])
 
     def test_key_frames_at_another_distance_are_marked(self):
         # Keys at 0, 10, 30 and 40: 10 is usual, 20 is not, and ends at 30 * 0.04 s.
@@ -144,20 +211,38 @@ class Report(ClipCase):
         page = self.report()
         self.assertEqual(page.table()[0]["Key distance"], "10, 1 other: 20")
         self.assertIn("key frame every 10, 1 other: 20", page.find("figcaption")[0]["text"])
-        self.assertEqual([one["d"] for one in page.find("path", class_="odd")], ["M1.5,0V15"])
+        self.assertEqual([one["d"] for one in page.find("path", class_="odd")], ["M4.5,0V15"])
         self.folder.write(segment(pictures() + pictures(channel=4, stream=2)))
         page = self.report("--force")
         self.assertEqual(page.table()[0]["Key distance"], "10")
         self.assertEqual(page.find("path", class_="odd"), [])
 
-    def test_runs_are_marked(self):
-        frames = [Frame(5, n, n * SLOT, AUDIO, bytes=320) for n in range(50)]
-        frames += [Frame(5, n, 5_000_000 + n * SLOT, AUDIO, bytes=320, run=2) for n in range(50)]
+    def test_scales_end_near_their_values(self):
+        # 15 a second, 30 and 7.
+        frames = [Frame(channel, n, n * 1_000_000 // rate, AUDIO, bytes=1000)
+                  for channel, rate in ((1, 15), (2, 30), (3, 7)) for n in range(2 * rate)]
         self.folder.write(segment(frames))
         page = self.report()
+        tops = [one["text"] for one in page.find("span") if one["text"].startswith("up to")]
+        self.assertEqual(tops, ["up to 15", "up to 120.0 kbit/s", "up to 30", "up to 250.0 kbit/s",
+                                "up to 8", "up to 60.0 kbit/s"])
+
+    def test_runs_are_marked_where_they_begin(self):
+        self.folder.write(segment(self.two_runs()))
+        page = self.report()
+        self.assertEqual(page.find("path", class_="area")[0]["d"],
+                         "M0,100V0H10V100ZM42,100V0H53V100Z")
         self.assertEqual([one["d"] for one in page.find("path", class_="begin")],
-                         ["M0.5,0V100M5.5,0V100"])
+                         ["M0,0V100M42,0V100"])
         self.assertEqual(page.totals()["Runs"], "2")
+
+    def test_it_tells_how_channels_are_counted(self):
+        said = ("Channels are counted from 0 here, and from 1 in the pictures of the virtual board: "
+                "channel 3 is CH04 in its picture.")
+        self.folder.write(segment(pictures() + tones(channel=1)))
+        self.assertEqual([one["text"] for one in self.report().find("p", class_="note")][0], said)
+        self.folder.write(segment(tones()))
+        self.assertNotIn("counted from", self.report("--force").find("header")[0]["text"])
 
     def test_pictures_are_those_of_the_streams(self):
         self.folder.write(segment(pictures() + pictures(channel=4, stream=2) +

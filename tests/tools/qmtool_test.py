@@ -143,6 +143,14 @@ Runs
         self.assertIn(f"\nGaps\n  main channel 0: {clock(400_000)} to {clock(500_000)}, 6 frames "
                       f"missing\n  main channel 0: {clock(600_000)} to {clock(5_700_000)}\n", out)
 
+    def test_one_missing_frame_is_one(self):
+        segment = Segment()
+        for number in (0, 2):
+            segment.frame(Frame(0, number, number * 40_000, IDR))
+        self.folder.write(segment.finish())
+        self.assertTrue(self.run_tool("list", self.folder.ini)[1].endswith(
+            f"\nGaps\n  main channel 0: {clock(0)} to {clock(80_000)}, 1 frame missing\n"))
+
     def test_runs_tell_why_they_began(self):
         segment = Segment()
         hour = 3_600_000_000
@@ -229,6 +237,12 @@ being recorded   no
         self.assertEqual(info["segments"], {"whole": 1, "not_begun": 0, "foreign": 0,
                                             "without_header": 0, "unreadable": 0, "first": 1,
                                             "last": 1})
+
+    def test_a_ring_of_one(self):
+        self.folder.write(usual().finish())
+        self.folder.put("db.ini", ini_text(b"\x11" * 16, ring=1).encode())
+        self.assertIn("\nring             1 segment\n", self.run_tool("info", self.folder.ini)[1])
+        self.assertIn("\n  ring          1 segment\n", self.run_tool("rebuild", self.folder.ini)[1])
 
     def test_segments_of_every_state(self):
         foreign = usual(number=2, identity=b"\x22" * 16).finish()

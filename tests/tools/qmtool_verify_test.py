@@ -311,6 +311,9 @@ class Ends(Case):
         self.folder.write(segment.open_ended())
         self.assert_found(f"note: segment 1, offset {end}, {NEAR_LAST}: {SEGMENT_BYTES - end} unused "
                           "bytes behind the directory")
+        segment.data = segment.data[:end] + b"\0"
+        self.folder.write(segment)
+        self.assert_found(f"note: segment 1, offset {end}, {NEAR_LAST}: 1 unused byte behind the directory")
 
     def test_what_an_older_interrupted_write_left_at_the_end_is_a_note(self):
         def begun():

@@ -69,7 +69,7 @@ TEST(ReportData, PutsFramesIntoBins) {
         EXPECT_EQ(lane.bins[bin].bytes, 1400U) << bin;
         EXPECT_TRUE(lane.bins[bin].covered) << bin;
         EXPECT_DOUBLE_EQ(
-            lane.bin_seconds(bin, T0 + static_cast<int64_t>(bin) * 1'000'000, 1'000'000), 1);
+            lane.bin_flow(bin, T0 + static_cast<int64_t>(bin) * 1'000'000, 1'000'000).us, 1e6);
     }
 }
 
@@ -85,8 +85,8 @@ TEST(ReportData, ABinThatIsNotFullCountsForItsPart) {
     ASSERT_EQ(data.bins(), 2U);
     EXPECT_EQ(lane.bins[0].frames, 2U);
     EXPECT_EQ(lane.bins[1].frames, 5U);
-    EXPECT_DOUBLE_EQ(lane.bin_seconds(0, T0, 1'000'000), 0.2);
-    EXPECT_DOUBLE_EQ(lane.bin_seconds(1, T0 + 1'000'000, 1'000'000), 0.5);
+    EXPECT_DOUBLE_EQ(lane.bin_flow(0, T0, 1'000'000).us, 200'000);
+    EXPECT_DOUBLE_EQ(lane.bin_flow(1, T0 + 1'000'000, 1'000'000).us, 500'000);
 }
 
 TEST(ReportData, CountsNumbersThatAreMissing) {

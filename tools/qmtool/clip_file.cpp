@@ -90,6 +90,11 @@ bool ClipFile::fail(const char* what, int error) {
     return false;
 }
 
+void ClipFile::give_up(const char* why) {
+    m_error = why;
+    m_failed = true;
+}
+
 bool ClipFile::create(const std::string& path, bool replace) {
     m_path = path;
     m_part = path + ".part";
@@ -98,12 +103,12 @@ bool ClipFile::create(const std::string& path, bool replace) {
     if (lstat(path.c_str(), &there) == 0) {
         if (S_ISDIR(there.st_mode)) return fail("cannot be written", EISDIR);
         if (!S_ISREG(there.st_mode) && !S_ISLNK(there.st_mode)) {
-            m_error = "there is something of that name that is no file";
-            return !(m_failed = true);
+            give_up("there is something of that name that is no file");
+            return false;
         }
         if (!replace) {
-            m_error = "there is such a file already; --force replaces it";
-            return !(m_failed = true);
+            give_up("there is such a file already; --force replaces it");
+            return false;
         }
     }
     if (!open_part()) return false;
@@ -122,11 +127,12 @@ bool ClipFile::open_part() {
         if (flock(file, LOCK_EX | LOCK_NB) != 0) error = errno;
         if (error == EWOULDBLOCK) {
             close(file);
-            m_error = "another export writes it now";
-            return !(m_failed = true);
+            give_up("another export writes it now");
+            return false;
         }
         if (error == 0 && fstat(file, &opened) != 0) error = errno;
         if (error == 0 && !S_ISREG(opened.st_mode)) error = EEXIST;
+        if (error == 0 && opened.st_nlink > 1) error = EMLINK;  // what others know by another name
         if (error != 0) {
             close(file);
             return fail("cannot be written", error);

@@ -20,6 +20,8 @@ class ClipFile {
     // `path` is where it will be; until then its name is `path`.part. Without `replace` there must
     // be no such file. False: error() says why.
     bool create(const std::string& path, bool replace);
+    // Nothing more is written, and `why` is the error.
+    void give_up(const char* why);
 
     // After a failure nothing is written any more, and error() says what failed.
     bool write(const void* bytes, size_t size);

@@ -29,6 +29,8 @@ const char* key_of(ClipGap::Kind kind) {
         case Kind::lost: return "cannot_be_read";
         case Kind::new_size: return "new_size";
         case Kind::no_picture: return "no_picture";
+        case Kind::codec: return "other_codec";
+        case Kind::no_key: return "no_key_frame";
     }
     return "";
 }
@@ -54,6 +56,13 @@ std::string text_of(const ClipGap& gap) {
                    std::to_string(gap.size.height) + " from here on";
         case Kind::no_picture:
             return numbers_text(gap.first, 1) + " is no picture that this file can hold";
+        case Kind::codec:
+            return numbers_text(gap.first, gap.count) + (gap.count == 1 ? " is" : " are") +
+                   " of another codec and left out";
+        case Kind::no_key:
+            return numbers_text(gap.first, gap.count) +
+                   (gap.count == 1 ? " refers to frames outside the span and is left out"
+                                   : " refer to frames outside the span and are left out");
     }
     return "";
 }
@@ -72,13 +81,43 @@ void GapFinder::follow(const sim::FrameInfo& frame) {
     m_last = frame;
 }
 
-void GapFinder::take(const sim::FrameInfo& frame, uint64_t records) {
+void GapFinder::tell_hole() {
+    if (m_long_step) m_gaps.add(m_hole);
+    m_long_step = false;
+}
+
+// When the step to this frame is about as long as the one before, which seemed to be a hole, the
+// rate has changed there.
+void GapFinder::decide_hole(const sim::FrameInfo& frame) {
+    if (!m_long_step) return;
+    const int64_t before_us = difference(m_hole.until_us, m_hole.after_us);
+    const bool onward = frame.run == m_last.run && frame.number > m_last.number;
+    const int64_t step_us =
+        onward ? difference(frame.time_us, m_last.time_us) / (int64_t{frame.number} - m_last.number)
+               : 0;
+    // Of a rate that does not divide the board's, steps are of two lengths: 2, 3, 2, 3.
+    const bool alike = step_us / 2 <= before_us && before_us / 2 <= step_us;
+    if (!alike || step_us - step_us / 3 <= m_usual_before_us) return tell_hole();
+    m_long_step = false;
+    m_distances = 0;
+}
+
+void GapFinder::expect_other_rate() {
+    tell_hole();
+    m_distances = 0;
+}
+
+void GapFinder::take(const sim::FrameInfo& frame, uint64_t records) { look(frame, records, true); }
+
+// Looks at the step to a frame; `keeps_rate`: the clip's own rate is to be seen from it.
+void GapFinder::look(const sim::FrameInfo& frame, uint64_t records, bool keeps_rate) {
     if (!m_any) {
         if (records > 0)
             m_gaps.add(
                 {ClipGap::Kind::lost, m_sound, frame.time_us, frame.time_us, 0, 0, records, {}});
         return follow(frame);
     }
+    decide_hole(frame);
     const int64_t step_us = difference(frame.time_us, m_last.time_us);
     ClipGap gap = {ClipGap::Kind::run, m_sound, m_last.time_us, frame.time_us, 0, 0, records, {}};
     if (frame.run != m_last.run) {
@@ -97,30 +136,48 @@ void GapFinder::take(const sim::FrameInfo& frame, uint64_t records) {
         m_gaps.add(gap);
     } else if (usual > 0 && step_us / 2 > usual) {
         gap.kind = ClipGap::Kind::hole;
-        m_gaps.add(gap);
+        m_long_step = true;
+        m_hole = gap;
+        m_usual_before_us = usual;
+        // Sound has one rate.
+        if (m_sound) tell_hole();
     }
-    if (missing == 0) m_steps[m_distances++ % DISTANCES] = step_us;
+    if (missing == 0 && keeps_rate) m_steps[m_distances++ % DISTANCES] = step_us;
     // The count only tells how many places are filled, and which is next.
     if (m_distances == 2 * DISTANCES) m_distances = DISTANCES;
     follow(frame);
 }
 
+// Adds the frame to the line that was written last of this stream, when that goes on with it.
+bool GapFinder::joins_last(ClipGap::Kind kind, const sim::FrameInfo& frame) {
+    if (m_gaps.count != m_gaps.items.size()) return false;
+    const auto last = std::find_if(m_gaps.items.rbegin(), m_gaps.items.rend(),
+                                   [&](const ClipGap& gap) { return gap.sound == m_sound; });
+    if (last == m_gaps.items.rend() || last->kind != kind || last->count == 0 ||
+        frame.number != last->first + last->count)
+        return false;
+    ++last->count;
+    last->until_us = frame.time_us;
+    return true;
+}
+
+void GapFinder::leave_out(const sim::FrameInfo& frame, uint64_t records, ClipGap::Kind kind) {
+    look(frame, records, false);
+    m_long_step = false;
+    if (joins_last(kind, frame)) return;
+    m_gaps.add({kind, m_sound, frame.time_us, frame.time_us, frame.number, 1, 0, {}});
+}
+
 void GapFinder::lose(const sim::FrameInfo& frame) {
-    if (!m_gaps.items.empty() && m_gaps.count == m_gaps.items.size()) {
-        ClipGap& last = m_gaps.items.back();
-        if (last.kind == ClipGap::Kind::lost && last.sound == m_sound && last.count > 0 &&
-            frame.number == last.first + last.count) {
-            ++last.count;
-            last.until_us = frame.time_us;
-            return follow(frame);
-        }
-    }
+    decide_hole(frame);
+    if (joins_last(ClipGap::Kind::lost, frame)) return follow(frame);
     const int64_t after_us = m_any ? m_last.time_us : frame.time_us;
     m_gaps.add({ClipGap::Kind::lost, m_sound, after_us, frame.time_us, frame.number, 1, 1, {}});
     follow(frame);
 }
 
 void GapFinder::end(uint64_t records, int64_t end_us) {
+    tell_hole();
     if (records == 0) return;
     const int64_t after_us = m_any ? m_last.time_us : end_us;
     m_gaps.add({ClipGap::Kind::lost, m_sound, after_us, end_us, 0, 0, records, {}});

@@ -18,10 +18,12 @@ struct ClipGap {
         lost,        // records cannot be read, or are not there
         new_size,    // the pictures have another one
         no_picture,  // the bytes of a frame are none
+        codec,       // frames are of another codec than the file
+        no_key,      // frames refer to others that are not of the span
     };
     Kind kind = Kind::dropped;
     bool sound = false;
-    int64_t after_us = 0;  // recorded times; of the last two the same
+    int64_t after_us = 0;  // recorded times; from `new_size` on those of the frames themselves
     int64_t until_us = 0;
     uint32_t first = 0;  // frame numbers that are missing, when they are known
     uint32_t count = 0;
@@ -31,7 +33,7 @@ struct ClipGap {
 
 // Something of the database is not in the clip that should be.
 inline bool is_loss(ClipGap::Kind kind) {
-    return kind == ClipGap::Kind::lost || kind == ClipGap::Kind::no_picture;
+    return kind == ClipGap::Kind::lost || kind >= ClipGap::Kind::no_picture;
 }
 
 const char* key_of(ClipGap::Kind kind);  // of JSON
@@ -55,11 +57,15 @@ class GapFinder {
     void take(const sim::FrameInfo& frame, uint64_t records);
     // A frame before the first one of the clip.
     void pass(const sim::FrameInfo& frame) { follow(frame); }
+    // The next frame of the stream, which does not go into the clip: `kind` says why not.
+    void leave_out(const sim::FrameInfo& frame, uint64_t records, ClipGap::Kind kind);
     // A record that is known to be the stream's next could not be read.
     void lose(const sim::FrameInfo& frame);
     // The rate may change at the next frame without a hole.
-    void expect_other_rate() { m_distances = 0; }
-    // No further frame; `records` as above, before `end_us`.
+    void expect_other_rate();
+    // No further frame.
+    void end() { tell_hole(); }
+    // ... and `records` as above were not there before `end_us`.
     void end(uint64_t records, int64_t end_us);
 
     // The usual time from frame to frame, as far as it is known.
@@ -69,6 +75,10 @@ class GapFinder {
     static constexpr size_t DISTANCES = 15;
 
     void follow(const sim::FrameInfo& frame);
+    void look(const sim::FrameInfo& frame, uint64_t records, bool keeps_rate);
+    void tell_hole();
+    void decide_hole(const sim::FrameInfo& frame);
+    bool joins_last(ClipGap::Kind kind, const sim::FrameInfo& frame);
 
     const bool m_sound;
     ClipGaps& m_gaps;
@@ -76,6 +86,10 @@ class GapFinder {
     sim::FrameInfo m_last;
     int64_t m_steps[DISTANCES] = {};
     size_t m_distances = 0;  // known
+    // The last step was a hole, or the first one of a lower rate: the next one tells.
+    bool m_long_step = false;
+    ClipGap m_hole;
+    int64_t m_usual_before_us = 0;
 };
 
 #endif  // TOOLS_QMTOOL_CLIP_GAPS_H

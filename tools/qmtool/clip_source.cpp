@@ -24,6 +24,7 @@ ClipSource::ClipSource(sim::DiskReader& reader, const ClipWish& wish)
     : m_reader(reader),
       m_wish(wish),
       m_sound_only(wish.row == sim::AUDIO_ROW),
+      m_jpeg(wish.codec == ClipWish::Codec::jpeg),
       m_pictures(false, m_gaps),
       m_sound(true, m_gaps) {}
 
@@ -39,7 +40,13 @@ bool ClipSource::is_past(int64_t time_us) const {
     return time_us >= added(m_wish.to_us, MOST_DISORDER_US);
 }
 
-// The first frame that was asked for.
+// A frame of the span, or one between the key frame and the first of those, which is decoded for
+// their sake.
+bool ClipSource::is_part(uint64_t record, int64_t time_us) const {
+    return in_span(time_us) || (record >= m_key && record < m_wanted_record);
+}
+
+// The first frame that was asked for; without a wish for a codec it decides about that.
 bool ClipSource::find_wanted(uint64_t& record) {
     uint64_t n = m_wish.has_from ? m_reader.at_time(m_wish.from_us) : m_reader.first();
     m_span_first = n;
@@ -50,6 +57,12 @@ bool ClipSource::find_wanted(uint64_t& record) {
         const Lane lane = lane_of(info);
         if (lane != (m_sound_only ? Lane::sound : Lane::pictures) || !in_span(info.time_us))
             continue;
+        if (m_wish.codec == ClipWish::Codec::of_first_frame)
+            m_jpeg = info.kind == sim::FrameKind::jpeg;
+        if (!fits(info.kind)) {
+            m_other_codec = true;
+            continue;
+        }
         m_wanted = info;
         m_wanted_record = record = n;
         return true;
@@ -60,7 +73,7 @@ bool ClipSource::find_wanted(uint64_t& record) {
 // The frame of a key frame's record is there to begin with.
 bool ClipSource::try_key(uint64_t record) {
     qm_dbframe frame;
-    if (m_reader.read(record, frame)) {
+    if (m_reader.read(record, frame) && fits(frame.info.kind)) {
         m_key = record;
         m_start = frame.info;
         return true;
@@ -69,20 +82,24 @@ bool ClipSource::try_key(uint64_t record) {
 }
 
 // The key frame to begin with: the last one that can be read, at or before the first frame that was
-// asked for; else the first one behind it. Of JPEG none before is needed.
+// asked for; else the first one behind it. Of JPEG none before is needed, and nothing refers to a
+// frame before a change of the codec.
 bool ClipSource::find_key(uint64_t wanted) {
     uint64_t key = 0;
     uint64_t most = wanted;
     while (m_reader.key_at_or_before(most, m_wish.row, m_wish.channel, key)) {
         if (try_key(key)) return true;
-        if (key == 0 || m_wanted.kind == sim::FrameKind::jpeg) break;
+        sim::FrameInfo info;
+        if (key == 0 || m_jpeg || (m_reader.info(key, info) && !fits(info.kind))) break;
         most = key - 1;
     }
     for (key = wanted; m_reader.key_after(key, m_wish.row, m_wish.channel, key) && key < m_end;) {
         if (!try_key(key)) continue;
+        if (is_past(m_start.time_us)) return false;
+        if (!in_span(m_start.time_us)) continue;
         m_wanted = m_start;
         m_wanted_record = key;
-        return !is_past(m_start.time_us) && m_start.time_us < m_wish.to_us;
+        return true;
     }
     return false;
 }
@@ -95,6 +112,12 @@ bool ClipSource::has_key() {
            m_reader.key_after(n, m_wish.row, m_wish.channel, key);
 }
 
+const char* ClipSource::why_nothing() const {
+    if (!m_other_codec) return "there is nothing of it in this span";
+    return m_jpeg ? "all of it in this span is H.264, which goes into a film or a .h264 file"
+                  : "all of it in this span is JPEG, which goes into a film or a folder";
+}
+
 bool ClipSource::find_start(std::string& why) {
     m_end = m_reader.end();
     uint64_t wanted = 0;
@@ -103,8 +126,10 @@ bool ClipSource::find_start(std::string& why) {
         why = no_key;
         return false;
     }
-    why = "there is nothing of it in this span";
-    if (!find_wanted(wanted)) return false;
+    if (!find_wanted(wanted)) {
+        why = why_nothing();
+        return false;
+    }
     if (m_sound_only) {
         m_start = m_wanted;
         m_first = m_span_first;
@@ -138,28 +163,50 @@ ClipSource::Lane ClipSource::fetch(uint64_t record, qm_dbframe& frame) {
         miss(record, 1);
         return Lane::none;
     }
-    m_past_end = m_past_end || info.time_us >= m_wish.to_us;
+    m_past_end = info.time_us >= m_wish.to_us;
     m_latest_us = info.time_us;
     const Lane lane = lane_of(info);
     m_share -= m_share / 32;
     if (lane == Lane::none) return lane;
     m_share += 32;
     if (read || m_reader.read(record, frame)) return lane;
-    const bool heard = lane == Lane::sound && info.time_us >= m_wanted.time_us;
-    const bool seen = lane == Lane::pictures && (record >= m_key || in_span(info.time_us));
-    if (info.time_us < m_wish.to_us && (heard || seen))
-        (lane == Lane::sound ? m_sound : m_pictures).lose(info);
+    if (lane == Lane::pictures) {
+        if (is_part(record, info.time_us))
+            m_pictures.lose(info);
+        else
+            leave(record);
+    } else if (in_span(info.time_us) && (m_heard || info.time_us >= m_wanted.time_us)) {
+        m_sound.lose(info);
+    }
     return Lane::none;
+}
+
+// A picture outside the span is none of the clip. Behind the clip's start, where the clock was set
+// back, pictures of the span may come again that refer to it.
+void ClipSource::leave(uint64_t record) {
+    if (record >= m_key) m_waits_key = true;
 }
 
 bool ClipSource::take_picture(uint64_t record, const sim::FrameInfo& info) {
     const uint64_t missed = m_missed_pictures;
-    const bool shown = record >= m_key;
     m_missed_pictures = 0;
-    if (info.time_us >= m_wish.to_us || (!shown && !in_span(info.time_us))) return false;
-    if (!shown) ++m_left_out;
+    if (!is_part(record, info.time_us)) {
+        leave(record);
+        return false;
+    }
+    if (!fits(info.kind)) {
+        m_pictures.leave_out(info, missed, ClipGap::Kind::codec);
+        return false;
+    }
+    m_waits_key = m_waits_key && !sim::is_key(info.kind);
+    if (m_waits_key) {
+        m_pictures.leave_out(info, missed, ClipGap::Kind::no_key);
+        return false;
+    }
     m_pictures.take(info, missed);
-    return shown;
+    if (record >= m_key) return true;
+    ++m_left_out;
+    return false;
 }
 
 bool ClipSource::take_sound(const sim::FrameInfo& info) {
@@ -167,9 +214,10 @@ bool ClipSource::take_sound(const sim::FrameInfo& info) {
     m_missed_sound = 0;
     if (info.time_us >= m_wish.to_us) return false;
     const int64_t end_us = added(info.time_us, SOUND_FRAME_US);
-    const bool early = m_sound_only ? info.time_us < m_wish.from_us : end_us <= m_wanted.time_us;
-    if (early && !m_heard) {
-        m_sound.pass(info);
+    const bool early =
+        m_sound_only || m_heard ? info.time_us < m_wish.from_us : end_us <= m_wanted.time_us;
+    if (early) {
+        if (!m_heard) m_sound.pass(info);
         return false;
     }
     m_sound.take(info, missed);
@@ -191,6 +239,7 @@ ClipSource::Got ClipSource::next(qm_dbframe& frame, uint64_t& record) {
 }
 
 void ClipSource::finish() {
+    m_pictures.end();
     const int64_t end_us = std::min(m_latest_us, m_wish.to_us);
     if (m_sound_only)
         m_sound.end(m_missed_sound, end_us);

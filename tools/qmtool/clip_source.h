@@ -12,8 +12,11 @@
 #include "tools/qmtool/clip_gaps.h"
 
 struct ClipWish {
+    enum class Codec { of_first_frame, h264, jpeg };  // of the pictures
+
     int row = 0;  // of a summary: a stream, or the sound
     int channel = 0;
+    Codec codec = Codec::of_first_frame;
     bool with_sound = false;  // beside the pictures
     // Recorded times: frames with from_us <= time < to_us.
     bool has_from = false;
@@ -60,18 +63,25 @@ class ClipSource {
         return time_us >= m_wish.from_us && time_us < m_wish.to_us;
     }
     bool is_past(int64_t time_us) const;
+    bool is_part(uint64_t record, int64_t time_us) const;
+    bool fits(sim::FrameKind kind) const {
+        return m_sound_only || (kind == sim::FrameKind::jpeg) == m_jpeg;
+    }
+    const char* why_nothing() const;
     bool has_key();
     bool find_wanted(uint64_t& record);
     bool find_key(uint64_t wanted);
     bool try_key(uint64_t record);
     Lane fetch(uint64_t record, qm_dbframe& frame);
     void miss(uint64_t first, uint64_t records);
+    void leave(uint64_t record);
     bool take_picture(uint64_t record, const sim::FrameInfo& info);
     bool take_sound(const sim::FrameInfo& info);
 
     sim::DiskReader& m_reader;
     const ClipWish m_wish;
     const bool m_sound_only;
+    bool m_jpeg;  // the codec of the pictures
     ClipGaps m_gaps;
     GapFinder m_pictures;
     GapFinder m_sound;
@@ -79,11 +89,13 @@ class ClipSource {
     sim::FrameInfo m_wanted;
     sim::FrameInfo m_start;
     uint64_t m_wanted_record = 0;
-    uint64_t m_key = 0;         // record that the pictures begin with
-    uint64_t m_span_first = 0;  // record at which the span begins
+    bool m_other_codec = false;  // frames of the other one were seen before the first wanted one
+    uint64_t m_key = 0;          // record that the pictures begin with
+    uint64_t m_span_first = 0;   // record at which the span begins
     uint64_t m_first = 0, m_next = 0, m_end = 0;
-    bool m_heard = false;     // a frame of sound was given out
-    bool m_past_end = false;  // a record behind the span was seen
+    bool m_heard = false;      // a frame of sound was given out
+    bool m_past_end = false;   // the latest record is behind the span
+    bool m_waits_key = false;  // a frame was left out that the next ones refer to
     int64_t m_latest_us = 0;
     uint64_t m_left_out = 0;
     // Records since the last frame of each that are not there, or not known of which they are.

@@ -6,6 +6,7 @@
 #include "sdk/db/disk_reader.h"
 #include "sdk/video/audio_tone.h"
 #include "sdk/video/picture_check.h"
+#include "tools/qmtool/output.h"
 
 namespace {
 
@@ -21,7 +22,7 @@ class DecodeCheck {
             ++m_out.sounds;
             if (info.bytes != sim::AUDIO_FRAME_BYTES)
                 tell_wrong(record, info,
-                           "its sound has " + std::to_string(info.bytes) + " bytes, not " +
+                           "its sound has " + counted(info.bytes, "byte", "bytes") + ", not " +
                                std::to_string(sim::AUDIO_FRAME_BYTES));
             return;
         }

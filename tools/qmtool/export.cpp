@@ -2,6 +2,7 @@
 #include <strings.h>
 #include <sys/stat.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstring>
 
@@ -42,7 +43,8 @@ Target target_of(const std::string& path) {
     return Target::none;
 }
 
-// Why the stream cannot go into such a file; empty when it can.
+// Why the stream cannot go into such a file, as far as that is known before its frames are looked
+// at; empty when it can.
 std::string misfit(Target target, int row) {
     const bool sound = row == sim::AUDIO_ROW;
     const bool jpeg = row == QMCODEC_STREAM_JPEG;
@@ -50,26 +52,18 @@ std::string misfit(Target target, int row) {
         case Target::none:
             return "-o takes a name that ends in .mov, .mp4, .h264, .264 or .wav, or a folder";
         case Target::wav: return sound ? "" : "a .wav file takes --stream audio";
-        case Target::folder: return jpeg ? "" : "a folder takes --stream JPEG";
         case Target::h264: return sound || jpeg ? "a .h264 file takes a stream of H.264" : "";
+        case Target::folder:
         case Target::mov:
         case Target::mp4: return sound ? "--stream audio goes into a .wav file" : "";
     }
     return "";
 }
 
-// The recorded times of the first and the last record that can be read.
-bool ends_of(sim::DiskReader& reader, int64_t& first_us, int64_t& last_us) {
-    sim::FrameInfo info;
-    const uint64_t end = reader.end();
-    uint64_t n = reader.next(reader.first());
-    while (n < end && !reader.info(n, info)) n = reader.next(n + 1);
-    if (n >= end) return false;
-    first_us = info.time_us;
-    uint64_t last = end;
-    while (last > n && !reader.info(last - 1, info)) --last;
-    last_us = info.time_us;
-    return true;
+// Other files take what comes first.
+ClipWish::Codec codec_of(Target target) {
+    if (target == Target::h264) return ClipWish::Codec::h264;
+    return target == Target::folder ? ClipWish::Codec::jpeg : ClipWish::Codec::of_first_frame;
 }
 
 class Export {
@@ -121,11 +115,13 @@ int Export::open() {
 int Export::set_span() {
     m_wish.row = m_line.stream;
     m_wish.channel = m_line.channel;
+    m_wish.codec = codec_of(m_target);
     m_wish.with_sound = m_target == Target::mov || m_target == Target::mp4;
     m_wish.has_from = !m_line.from.empty();
     m_wish.has_to = !m_line.to.empty();
     int64_t first_us = 0, last_us = 0;
-    if (!ends_of(*m_reader, first_us, last_us)) return say_cannot(m_line, "it has no records");
+    if (!recorded_ends(*m_reader, first_us, last_us))
+        return say_cannot(m_line, "it has no records");
     if (m_wish.has_from && !parse_time(m_line.from, first_us, last_us, m_wish.from_us))
         return say_wrong(EXPORT, wrong_time("--from", m_line.from));
     if (m_wish.has_to && !parse_time(m_line.to, first_us, last_us, m_wish.to_us))
@@ -224,9 +220,11 @@ int Export::copy() {
 }
 
 int Export::finish() {
-    if (m_done.frames == 0)
+    // What lies ahead is there only for what was asked for.
+    if (m_done.frames == m_done.frames_ahead)
         return cannot_write(m_line.output, "nothing in this span can be written into it");
-    if (!m_writer->settle(m_source->pictures().usual_us()))
+    const int64_t usual_us = m_source->pictures().usual_us();
+    if (!m_writer->settle(std::clamp<int64_t>(usual_us, 0, ClipTimes::MOST_HOLE_US)))
         return cannot_write(m_line.output, m_writer->error());
     if (m_manifest) {
         if (!m_writer->digest(m_done.sha256)) return cannot_write(m_line.output, m_writer->error());

@@ -1,4 +1,6 @@
 // qmtool frame: the picture that a channel showed at a time.
+#include <strings.h>
+
 #include <cinttypes>
 #include <cstdio>
 
@@ -16,15 +18,18 @@ namespace {
 using Found = sim::PictureCheck::Found;
 
 constexpr int JPEG_QUALITY = 92;
+// A picture stands for a moment no longer than this without a word.
+constexpr int64_t PAUSE_US = 1'000'000;
 
 enum class Kind { jpg, png, ppm, none };
 
 Kind kind_of(const std::string& path) {
     const size_t dot = path.rfind('.');
     const std::string ending = dot == std::string::npos ? "" : path.substr(dot);
-    if (ending == ".jpg" || ending == ".jpeg") return Kind::jpg;
-    if (ending == ".png") return Kind::png;
-    return ending == ".ppm" ? Kind::ppm : Kind::none;
+    const auto is = [&](const char* other) { return strcasecmp(ending.c_str(), other) == 0; };
+    if (is(".jpg") || is(".jpeg")) return Kind::jpg;
+    if (is(".png")) return Kind::png;
+    return is(".ppm") ? Kind::ppm : Kind::none;
 }
 
 // The picture, with what it was decoded from.
@@ -46,7 +51,8 @@ bool find_key(sim::DiskReader& reader, int stream, int channel, int64_t time_us,
     return false;
 }
 
-// Decodes from the key frame on up to the last frame that is due at the time.
+// Decodes from the key frame on up to the last frame that is due at the time. Behind a frame that
+// cannot be read there is no picture.
 void decode_up_to(sim::DiskReader& reader, uint64_t key, int stream, int channel, int64_t time_us,
                   Shown& out) {
     const uint64_t end = reader.end();
@@ -59,7 +65,8 @@ void decode_up_to(sim::DiskReader& reader, uint64_t key, int stream, int channel
             info.kind == sim::FrameKind::audio)
             continue;
         if (info.time_us > time_us) return;
-        if (!reader.read(n, frame)) continue;
+        out.found = false;
+        if (!reader.read(n, frame)) return;
         const Found found = out.check.check(info, frame.payload.get(), info.bytes);
         if (!out.check.picture()) {
             if (found == Found::wrong) return;
@@ -95,7 +102,7 @@ bool write_file(const CommandLine& line, const std::vector<uint8_t>& bytes, std:
     return written;
 }
 
-void tell(const CommandLine& line, const Shown& shown, size_t bytes) {
+void tell(const CommandLine& line, const Shown& shown, int64_t wanted_us, size_t bytes) {
     const sim::FrameInfo& info = shown.frame.info;
     const sim::PictureSize size = shown.check.picture()->size;
     if (line.json) {
@@ -106,6 +113,7 @@ void tell(const CommandLine& line, const Shown& shown, size_t bytes) {
                            .number("channel", info.channel)
                            .number("frame", info.number)
                            .time("time", info.time_us)
+                           .time("wanted", wanted_us)
                            .number("width", static_cast<uint64_t>(size.width))
                            .number("height", static_cast<uint64_t>(size.height))
                            .number("bytes", bytes)
@@ -118,6 +126,10 @@ void tell(const CommandLine& line, const Shown& shown, size_t bytes) {
            printable(line.output).c_str(), row_name(info.stream), unsigned{info.channel},
            info.number, time_text(info.time_us).c_str(), size.width, size.height,
            counted(bytes, "byte", "bytes").c_str());
+    const int64_t before_us = wanted_us - info.time_us;
+    if (before_us > PAUSE_US)
+        printf("  %s before the wanted time; between them this channel has no picture\n",
+               duration_text(before_us).c_str());
 }
 
 // Says what is in the way of the file.
@@ -139,15 +151,10 @@ int show_frame(const CommandLine& line) {
     const auto reader = sim::DiskReader::open(view->files(), view->path(), why);
     if (!reader) return say_cannot(line, why);
 
-    const uint64_t first = reader->first(), end = reader->end();
-    sim::FrameInfo begins, ends;
-    bool has_end = false;
-    for (uint64_t n = end; n > first && !has_end; --n) has_end = reader->info(n - 1, ends);
-    const uint64_t begin = reader->next(first);
-    if (!has_end || begin >= end || !reader->info(begin, begins))
+    int64_t first_us = 0, last_us = 0, time_us = 0;
+    if (!recorded_ends(*reader, first_us, last_us))
         return say_cannot(line, "nothing is recorded in it");
-    int64_t time_us = 0;
-    if (!parse_time(line.at, begins.time_us, ends.time_us, time_us))
+    if (!parse_time(line.at, first_us, last_us, time_us))
         return say_wrong("frame", wrong_time("--at", line.at));
 
     const int stream = line.stream < 0 ? QMCODEC_STREAM_MAIN : line.stream;
@@ -166,6 +173,6 @@ int show_frame(const CommandLine& line) {
     }
     const std::vector<uint8_t> bytes = bytes_of(shown, kind);
     if (!write_file(line, bytes, why)) return cannot_write(line, why);
-    tell(line, shown, bytes.size());
+    tell(line, shown, time_us, bytes.size());
     return STATUS_FINE;
 }

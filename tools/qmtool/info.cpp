@@ -57,7 +57,8 @@ void print_text(const Info& info) {
     printf("%-16s %u\n", "format", sim::FORMAT_VERSION);
     printf("%-16s %s\n", "identity", sim::to_text(info.view.identity()).c_str());
     if (info.with_ini)
-        printf("%-16s %" PRIu64 " segments\n", "ring", info.view.ini().ring_segments);
+        printf("%-16s %s\n", "ring",
+               counted(info.view.ini().ring_segments, "segment", "segments").c_str());
     else
         printf("%-16s not known\n", "ring");
     printf("%-16s %" PRIu64 " bytes\n", "segment size", info.segment_bytes());

@@ -97,8 +97,10 @@ ClipWriter::Taken JpegFolder::picture(const ClipFrame& clip) {
     m_last_us = clip.clip_us;
     m_last_name = text_of(name);
     struct stat there = {};
-    if (!m_replace && lstat((m_path + m_last_name).c_str(), &there) == 0) {
-        m_error = m_last_name + " is there already; --force replaces it";
+    const bool is_there = lstat((m_path + m_last_name).c_str(), &there) == 0;
+    if (is_there && (!m_replace || S_ISDIR(there.st_mode))) {
+        m_error = m_last_name + (m_replace ? " is there already, a folder"
+                                           : " is there already; --force replaces it");
         return Taken::failed;
     }
     m_names.push_back(name);

@@ -55,7 +55,8 @@ void print_gaps(const sim::Summary& summary) {
         if (printed == MOST_LINES) break;
         printf("  %s channel %d: %s to %s", row_name(gap.row), gap.channel,
                time_text(gap.after_us).c_str(), time_text(gap.until_us).c_str());
-        if (gap.missing_frames > 0) printf(", %" PRIu32 " frames missing", gap.missing_frames);
+        if (gap.missing_frames > 0)
+            printf(", %s missing", counted(gap.missing_frames, "frame", "frames").c_str());
         printf("\n");
         ++printed;
     }

@@ -123,7 +123,7 @@ void print_help() {
         "  report    writes a page about the database\n"
         "\n"
         "%s"
-        "  --json    for machines\n"
+        "  --json    behind a command: for machines\n"
         "  --help    this text; behind a command, more about it\n"
         "%s",
         DATABASE_HELP, STATUS_HELP);

@@ -14,9 +14,14 @@ constexpr uint64_t SAMPLES_HEADER_BYTES = 16;
 // Two pictures have at least this distance, so that each is shown.
 constexpr int64_t LEAST_TICKS = 1;
 constexpr int64_t SOUND_FRAME_US = SAMPLE_US * sim::AUDIO_FRAME_BYTES;
+// Samples of sound are counted in 32 bits; a part of them waits to be written.
+constexpr uint64_t MOST_SOUND = UINT32_MAX - 2 * SOUND_PIECE_BYTES;
 constexpr int64_t UNKNOWN_US = 40'000;  // how long a single picture is shown
 
+// Damaged times may be anything.
 int64_t ticks_of(int64_t us) {
+    constexpr int64_t MOST_US = int64_t{1} << 59;
+    us = std::clamp(us, -MOST_US, MOST_US);
     return (us * (MOVIE_TICKS_PER_SECOND / 10'000) + (us < 0 ? -50 : 50)) / 100;
 }
 
@@ -78,12 +83,16 @@ bool Mp4Clip::take_description(const qm_dbframe& frame) {
             description.pps.empty() || description.pps.size() > UINT16_MAX)
             return false;
     }
-    const auto first = m_movie.descriptions.begin();
-    auto found = std::find(first, m_movie.descriptions.end(), description);
-    const auto place = static_cast<uint32_t>(found - first);
     m_size = description.size;
-    if (found == m_movie.descriptions.end()) m_movie.descriptions.push_back(std::move(description));
-    m_description = place + 1;
+    std::string key(description.sps.begin(), description.sps.end());
+    key.append(description.pps.begin(), description.pps.end());
+    for (const size_t part : {static_cast<size_t>(description.size.width),
+                              static_cast<size_t>(description.size.height), description.sps.size()})
+        key += ' ' + std::to_string(part);
+    const auto [known, added] =
+        m_known.try_emplace(std::move(key), m_movie.descriptions.size() + 1);
+    if (added) m_movie.descriptions.push_back(std::move(description));
+    m_description = static_cast<uint32_t>(known->second);
     return true;
 }
 
@@ -129,17 +138,19 @@ bool Mp4Clip::write_sound() {
     return true;
 }
 
-// Whole seconds of silence stand in the file once, however often they are heard.
+// Stretches of silence stand in the file once, however often they are heard: a second, and one of
+// two minutes where it is needed, so that a pause of days takes few entries.
 bool Mp4Clip::write_silence(uint64_t samples) {
-    constexpr uint64_t SECOND = sim::AUDIO_SAMPLES_PER_SECOND;
-    if (samples >= SECOND) {
+    for (Silence& silence : m_silences) {
+        if (samples < silence.samples) continue;
         if (!write_sound()) return false;
-        if (m_silent_second == 0) {
-            m_silent_second = m_file.written();
-            const std::vector<uint8_t> silence(SECOND, SILENCE);
-            if (!m_file.write(silence.data(), silence.size())) return false;
+        if (silence.offset == 0) {
+            silence.offset = m_file.written();
+            const std::vector<uint8_t> bytes(silence.samples, SILENCE);
+            if (!m_file.write(bytes.data(), bytes.size())) return false;
         }
-        for (; samples >= SECOND; samples -= SECOND) m_movie.sound.add_run(SECOND, m_silent_second);
+        for (; samples >= silence.samples; samples -= silence.samples)
+            m_movie.sound.add_run(silence.samples, silence.offset);
     }
     m_sound.insert(m_sound.end(), static_cast<size_t>(samples), SILENCE);
     return true;
@@ -150,6 +161,10 @@ ClipWriter::Taken Mp4Clip::sound(const ClipFrame& clip) {
     const SoundPlaces::Place place = m_places.next(clip.clip_us, frame.info.bytes);
     m_silence_us += static_cast<int64_t>(place.silence) * SAMPLE_US;
     m_cut_us += static_cast<int64_t>(place.cut) * SAMPLE_US;
+    if (m_movie.sound.count() + place.silence + frame.info.bytes > MOST_SOUND) {
+        m_file.give_up("the sound is longer than a film can hold");
+        return Taken::failed;
+    }
     if (place.silence > 0 && !write_silence(place.silence)) return Taken::failed;
     m_sound.insert(m_sound.end(), frame.payload.get() + place.cut,
                    frame.payload.get() + frame.info.bytes);
@@ -163,7 +178,9 @@ void Mp4Clip::set_edits(int64_t usual_us) {
     m_movie.pictures.end(static_cast<uint32_t>(as_ticks(usual_us > 0 ? usual_us : UNKNOWN_US)));
     Edit& seen = m_movie.picture_edit;
     seen.shown_ticks = m_movie.pictures.duration() - seen.skipped;
-    m_shown_us = static_cast<int64_t>(seen.shown_ticks) * 100 / (MOVIE_TICKS_PER_SECOND / 10'000);
+    constexpr uint64_t TICKS = MOVIE_TICKS_PER_SECOND / 10'000;  // in 100 microseconds
+    m_shown_us = static_cast<int64_t>(seen.shown_ticks / TICKS * 100 +
+                                      seen.shown_ticks % TICKS * 100 / TICKS);
     if (!m_places.any()) return;
 
     Edit& heard = m_movie.sound_edit;

@@ -3,6 +3,8 @@
 #ifndef TOOLS_QMTOOL_MP4_CLIP_H
 #define TOOLS_QMTOOL_MP4_CLIP_H
 
+#include <map>
+#include <string>
 #include <vector>
 
 #include "sdk/video/h264_reader.h"
@@ -43,10 +45,16 @@ class Mp4Clip final : public ClipWriter {
     int64_t m_shown_from_us = 0;  // ... of what was asked for
     int64_t m_ticks = 0;          // of the last picture, since the first
     std::vector<sim::NalUnit> m_units;
+    std::map<std::string, size_t> m_known;  // descriptions, by their bytes and size
 
     SoundPlaces m_places;
     std::vector<uint8_t> m_sound;  // not written yet
-    uint64_t m_silent_second = 0;  // where one stands in the file; 0: nowhere
+    struct Silence {
+        uint32_t samples;
+        uint64_t offset;  // in the file; 0: nowhere
+    };
+    Silence m_silences[2] = {{120 * sim::AUDIO_SAMPLES_PER_SECOND, 0},
+                             {sim::AUDIO_SAMPLES_PER_SECOND, 0}};
 };
 
 #endif  // TOOLS_QMTOOL_MP4_CLIP_H

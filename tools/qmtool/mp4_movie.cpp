@@ -37,15 +37,16 @@ class MovieWriter {
     struct Track {
         uint32_t id;
         bool sound;
-        int64_t ticks_per_second;
+        uint32_t ticks_per_second;
         const SampleTable& samples;
         const Edit& edit;
+        uint32_t divisor;  // of its ticks
     };
 
     bool begin_timed(const char* type, uint32_t flags, uint64_t duration);
     void write_track(const Track& track);
     void write_track_header(const Track& track);
-    void write_edits(const Edit& edit);
+    void write_edits(const Track& track);
     void write_media(const Track& track);
     void write_handler(const char* component, const char* type, const char* name);
     void write_data_reference();
@@ -76,9 +77,10 @@ void MovieWriter::write() {
     const bool large = begin_timed("mvhd", 0, duration);
     m_boxes.u32(MOVIE_TICKS_PER_SECOND).wide(large, duration);
     m_boxes.u32(WHOLE).u16(0x100).zeros(10).unit_matrix().zeros(24).u32(has_sound ? 3 : 2).end();
-    write_track({1, false, MOVIE_TICKS_PER_SECOND, m_movie.pictures, m_movie.picture_edit});
+    write_track({1, false, MOVIE_TICKS_PER_SECOND, m_movie.pictures, m_movie.picture_edit,
+                 m_movie.pictures.divisor(MOVIE_TICKS_PER_SECOND)});
     if (has_sound)
-        write_track({2, true, sim::AUDIO_SAMPLES_PER_SECOND, m_movie.sound, m_movie.sound_edit});
+        write_track({2, true, sim::AUDIO_SAMPLES_PER_SECOND, m_movie.sound, m_movie.sound_edit, 1});
     write_date();
     m_boxes.end();
 }
@@ -86,7 +88,7 @@ void MovieWriter::write() {
 void MovieWriter::write_track(const Track& track) {
     m_boxes.begin("trak");
     write_track_header(track);
-    write_edits(track.edit);
+    write_edits(track);
     write_media(track);
     m_boxes.end();
 }
@@ -107,19 +109,22 @@ void MovieWriter::write_track_header(const Track& track) {
     m_boxes.u32(static_cast<uint64_t>(width) << 16).u32(static_cast<uint64_t>(height) << 16).end();
 }
 
-void MovieWriter::write_edits(const Edit& edit) {
-    const bool large = shown(edit) > INT32_MAX || edit.skipped > INT32_MAX;
+void MovieWriter::write_edits(const Track& track) {
+    const Edit& edit = track.edit;
+    const uint64_t skipped = edit.skipped / track.divisor;
+    const bool large = shown(edit) > INT32_MAX || skipped > INT32_MAX;
     m_boxes.begin("edts").begin_full("elst", large ? 1 : 0, 0).u32(edit.empty_ticks > 0 ? 2 : 1);
     constexpr uint64_t NOTHING = UINT64_MAX;  // -1
     if (edit.empty_ticks > 0) m_boxes.wide(large, edit.empty_ticks).wide(large, NOTHING).u32(WHOLE);
-    m_boxes.wide(large, edit.shown_ticks).wide(large, edit.skipped).u32(WHOLE).end().end();
+    m_boxes.wide(large, edit.shown_ticks).wide(large, skipped).u32(WHOLE).end().end();
 }
 
 void MovieWriter::write_media(const Track& track) {
     m_boxes.begin("mdia");
-    const bool large = begin_timed("mdhd", 0, track.samples.duration());
-    m_boxes.u32(static_cast<uint64_t>(track.ticks_per_second));
-    m_boxes.wide(large, track.samples.duration()).u16(UNDETERMINED).u16(0).end();
+    const uint64_t duration = track.samples.duration() / track.divisor;
+    const bool large = begin_timed("mdhd", 0, duration);
+    m_boxes.u32(track.ticks_per_second / track.divisor);
+    m_boxes.wide(large, duration).u16(UNDETERMINED).u16(0).end();
     if (track.sound)
         write_handler("mhlr", "soun", "Sound");
     else
@@ -134,7 +139,7 @@ void MovieWriter::write_media(const Track& track) {
     write_data_reference();
     m_boxes.begin("stbl");
     write_descriptions(track);
-    track.samples.write(m_boxes);
+    track.samples.write(m_boxes, track.divisor);
     m_boxes.end().end().end();
 }
 

@@ -10,7 +10,7 @@
 #include "sdk/video/picture.h"
 #include "tools/qmtool/mp4_samples.h"
 
-inline constexpr int64_t MOVIE_TICKS_PER_SECOND = 90'000;
+inline constexpr uint32_t MOVIE_TICKS_PER_SECOND = 90'000;
 
 enum class MovieKind { quicktime, mp4 };
 

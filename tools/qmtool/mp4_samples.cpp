@@ -21,15 +21,16 @@ void SampleTable::place(uint32_t samples, uint64_t bytes, uint64_t offset, uint3
     m_count += samples;
 }
 
-void SampleTable::add_time(uint32_t ticks) {
+void SampleTable::add_time(uint64_t ticks) {
     if (m_times.empty() || m_times.back().ticks != ticks) m_times.push_back({0, ticks});
     ++m_times.back().samples;
     m_duration += ticks;
+    m_longest = std::max(m_longest, ticks);
 }
 
 void SampleTable::add(int64_t ticks, uint32_t bytes, uint64_t offset, uint32_t description,
                       bool key) {
-    if (m_count > 0) add_time(static_cast<uint32_t>(ticks - m_last_ticks));
+    if (m_count > 0) add_time(static_cast<uint64_t>(ticks - m_last_ticks));
     m_last_ticks = ticks;
     place(1, bytes, offset, description);
     m_sizes.push_back(bytes);
@@ -40,7 +41,7 @@ void SampleTable::add(int64_t ticks, uint32_t bytes, uint64_t offset, uint32_t d
 void SampleTable::add_run(uint32_t count, uint64_t offset) {
     if (count == 0) return;
     place(count, uint64_t{count} * m_size_of_all, offset, 1);
-    if (m_times.empty()) m_times.push_back({0, 1});
+    if (m_times.empty() || m_times.back().samples > UINT32_MAX - count) m_times.push_back({0, 1});
     m_times.back().samples += count;
     m_duration += count;
 }
@@ -49,10 +50,31 @@ void SampleTable::end(uint32_t ticks) {
     if (m_count > 0) add_time(ticks);
 }
 
-void SampleTable::write_times(Boxes& boxes) const {
-    boxes.begin_full("stts", 0, 0).u32(m_times.size());
-    for (const Times& times : m_times) boxes.u32(times.samples).u32(times.ticks);
-    boxes.end();
+uint32_t SampleTable::divisor(uint32_t ticks_per_second) const {
+    uint32_t divisor = 1;
+    while (divisor < ticks_per_second &&
+           (m_longest / divisor >= INT32_MAX || ticks_per_second % divisor != 0))
+        ++divisor;
+    return divisor;
+}
+
+// Each time is rounded for itself, so that no error adds up.
+void SampleTable::write_times(Boxes& boxes, uint32_t divisor) const {
+    Boxes runs;
+    uint64_t count = 0, time = 0, written = 0;
+    for (const Times& times : m_times) {
+        for (uint32_t left = times.samples; left > 0;) {
+            // All of a run have one step where nothing is to be rounded.
+            const uint32_t samples = times.ticks % divisor == 0 && time % divisor == 0 ? left : 1;
+            time += samples * times.ticks;
+            const uint64_t steps = time / divisor - written;
+            runs.u32(samples).u32(std::min<uint64_t>(steps / samples, UINT32_MAX));
+            written += steps;
+            left -= samples;
+            ++count;
+        }
+    }
+    boxes.begin_full("stts", 0, 0).u32(count).bytes(runs.out().data(), runs.out().size()).end();
 }
 
 void SampleTable::write_keys(Boxes& boxes) const {
@@ -87,8 +109,8 @@ void SampleTable::write_sizes(Boxes& boxes) const {
     boxes.end();
 }
 
-void SampleTable::write(Boxes& boxes) const {
-    write_times(boxes);
+void SampleTable::write(Boxes& boxes, uint32_t divisor) const {
+    write_times(boxes, divisor);
     if (!m_all_keys) write_keys(boxes);
     write_chunks(boxes);
     write_sizes(boxes);

@@ -25,8 +25,11 @@ class SampleTable {
     // From the first sample to the end of the last.
     uint64_t duration() const { return m_duration; }
 
+    // A step has 31 bits in the tables: where one is longer they count ticks that are so many times
+    // as long, a divisor of the ticks of a second.
+    uint32_t divisor(uint32_t ticks_per_second) const;
     // The boxes below stbl, but for stsd.
-    void write(Boxes& boxes) const;
+    void write(Boxes& boxes, uint32_t divisor = 1) const;
 
   private:
     struct Chunk {
@@ -36,12 +39,12 @@ class SampleTable {
     };
     struct Times {
         uint32_t samples;
-        uint32_t ticks;
+        uint64_t ticks;
     };
 
     void place(uint32_t samples, uint64_t bytes, uint64_t offset, uint32_t description);
-    void add_time(uint32_t ticks);
-    void write_times(Boxes& boxes) const;
+    void add_time(uint64_t ticks);
+    void write_times(Boxes& boxes, uint32_t divisor) const;
     void write_keys(Boxes& boxes) const;
     void write_chunks(Boxes& boxes) const;
     void write_sizes(Boxes& boxes) const;
@@ -49,6 +52,7 @@ class SampleTable {
     const uint32_t m_size_of_all;
     uint64_t m_count = 0;
     uint64_t m_duration = 0;
+    uint64_t m_longest = 0;  // step
     int64_t m_last_ticks = 0;
     uint64_t m_reach = 0;  // behind the last sample in the file
     bool m_all_keys = true;

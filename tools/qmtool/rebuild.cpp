@@ -16,7 +16,8 @@ void print_text(const sim::DatabaseView& view, const sim::Rebuilt& rebuilt) {
            rebuilt.written ? "was written again" : "stays as it is");
     printf("  identity      %s\n", sim::to_text(rebuilt.ini.identity).c_str());
     printf("  segment size  %" PRIu64 " bytes\n", rebuilt.ini.segment_bytes);
-    printf("  ring          %" PRIu64 " segments\n", rebuilt.ini.ring_segments);
+    printf("  ring          %s\n",
+           counted(rebuilt.ini.ring_segments, "segment", "segments").c_str());
     printf("  found         %s of it", counted(rebuilt.segments, "segment", "segments").c_str());
     if (rebuilt.foreign > 0) printf(", %" PRIu64 " of other databases", rebuilt.foreign);
     if (rebuilt.without_header > 0)

@@ -1,4 +1,5 @@
 // qmtool report: a page about a database. What stands in it is in report_page and report_lanes.
+#include <algorithm>
 #include <cinttypes>
 #include <cstdio>
 
@@ -85,6 +86,14 @@ void tell(const CommandLine& line, const ReportData& data, const Written& writte
     printf(", %s\n", counted(written.bytes, "byte", "bytes").c_str());
 }
 
+int64_t earliest(const sim::Summary& summary) {
+    int64_t us = summary.first_us;
+    for (const auto& row : summary.channels)
+        for (const sim::ChannelSummary& channel : row)
+            if (channel.frames > 0) us = std::min(us, channel.first_us);
+    return us;
+}
+
 // Says what is in the way of the file.
 int cannot_write(const CommandLine& line, const std::string& why) {
     CommandLine of_file = line;
@@ -107,11 +116,12 @@ int write_report(const CommandLine& line) {
         if (!trial.create(line.output, line.force)) return cannot_write(line, trial.error());
     }
     sim::Summary summary;
-    ReportData data;
+    ReportData data(ReportData::SHORT_BIN_US);
     {
         Progress progress;
         summary = sim::summarize(
             *view, [&](uint64_t done, uint64_t total) { progress.show(done / 2, total); });
+        if (summary.any) data.begin_at(earliest(summary));
         const uint64_t half = summary.file_bytes / 2;
         data.take_all(*reader, [&](uint64_t done, uint64_t total) {
             progress.show(

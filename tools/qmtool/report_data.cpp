@@ -11,11 +11,26 @@ constexpr int64_t MOST_TIME_US = int64_t{1} << 61;
 // From here on a frame that comes later than twice the usual distance comes after a pause.
 constexpr int64_t LEAST_PAUSE_US = 1'000'000;
 
+int64_t on_axis(int64_t time_us) { return std::clamp(time_us, -MOST_TIME_US, MOST_TIME_US); }
+
+// The part of a flow over `us` from `begin_us` on that lies in a bin.
+Flow part_in(const Flow& flow, int64_t begin_us, int64_t us, int64_t bin_begin_us, int64_t bin_us) {
+    const int64_t from = std::max(begin_us, bin_begin_us);
+    const int64_t to = std::min(begin_us + us, bin_begin_us + bin_us);
+    if (to <= from) return {};
+    const double share = static_cast<double>(to - from) / static_cast<double>(us);
+    return {static_cast<double>(to - from), share * flow.frames, share * flow.bytes};
+}
+
 Bin both(const Bin& a, const Bin& b) {
+    Flow flow = a.flow;
+    flow.add(b.flow);
     return {a.frames + b.frames,
             a.missing + b.missing,
             a.bytes + b.bytes,
             a.covered || b.covered,
+            a.lost || b.lost,
+            flow,
             std::min(a.key_least, b.key_least),
             std::max(a.key_most, b.key_most)};
 }
@@ -28,6 +43,12 @@ void Range::add(uint32_t value, uint64_t times) {
     sum += value * times;
     least = std::min(least, value);
     most = std::max(most, value);
+}
+
+void Flow::add(const Flow& other) {
+    us += other.us;
+    frames += other.frames;
+    bytes += other.bytes;
 }
 
 // The next key frame, in a bin.
@@ -71,20 +92,25 @@ double Lane::bit_rate() const {
                          : 0;
 }
 
-double Lane::bin_seconds(size_t bin, int64_t bin_begin_us, int64_t bin_us) const {
-    const int64_t begin = std::max(bin_begin_us, first_us);
-    const int64_t end = std::min(bin_begin_us + bin_us, last_us + std::max<int64_t>(usual_us, 0));
-    // A frame just before the end of a bin stands for its usual time, not for the rest of the bin.
-    const double frames_us = static_cast<double>(bins[bin].frames) * static_cast<double>(usual_us);
-    const double us = std::max(static_cast<double>(end - begin), frames_us);
-    const double whole = static_cast<double>(bin_us);
-    return (us > 0 && us < whole ? us : whole) / 1e6;
+Flow Lane::bin_flow(size_t bin, int64_t bin_begin_us, int64_t bin_us) const {
+    Flow out = bins[bin].flow;
+    // No frame follows the last one: it counts for the usual time.
+    if (usual_us > 0)
+        out.add(
+            part_in({0, 1, static_cast<double>(m_bytes)}, last_us, usual_us, bin_begin_us, bin_us));
+    return out;
+}
+
+void ReportData::begin_at(int64_t time_us) {
+    if (m_frames > 0) return;
+    m_begin_us = on_axis(time_us);
+    m_bins = 1;
 }
 
 void ReportData::take(const sim::FrameInfo& info) {
     const int row = info.kind == sim::FrameKind::audio ? sim::AUDIO_ROW : info.stream;
     if (row >= sim::SUMMARY_ROWS || info.channel >= QMCODEC_CHANNELS) return;
-    const int64_t time_us = std::clamp(info.time_us, -MOST_TIME_US, MOST_TIME_US);
+    const int64_t time_us = on_axis(info.time_us);
     make_room(time_us);
     m_earliest_us = m_frames == 0 ? time_us : std::min(m_earliest_us, time_us);
     m_latest_us = m_frames == 0 ? time_us : std::max(m_latest_us, time_us);
@@ -113,25 +139,57 @@ void ReportData::take(const sim::FrameInfo& info) {
     lane.last_us = time_us;
     lane.m_number = info.number;
     lane.m_run = info.run;
+    lane.m_bytes = info.bytes;
 }
 
 // What lies between a frame and the one before it.
 void ReportData::follow(Lane& lane, const sim::FrameInfo& info, int64_t time_us) {
-    if (info.run != lane.m_run) return;
+    const Flow last = {0, 1, static_cast<double>(lane.m_bytes)};
+    if (info.run != lane.m_run) {
+        if (lane.usual_us > 0) spread(lane, lane.last_us, lane.usual_us, last);
+        return;
+    }
     const int64_t step = time_us - lane.last_us;
     const uint32_t missing = info.number > lane.m_number ? info.number - lane.m_number - 1 : 0;
-    const bool late = step > LEAST_PAUSE_US && lane.usual_us > 0 && step / 2 > lane.usual_us;
+    const int64_t each = step / (int64_t{missing} + 1);
+    const auto late = [&](int64_t us) {
+        return us > LEAST_PAUSE_US && lane.usual_us > 0 && us / 2 > lane.usual_us;
+    };
+    const bool pause = late(each);  // too long for the numbers that are missing
+    const bool gap = late(step);
     if (missing > 0) {
         lane.missing += missing;
         lane.bins[bin_of(time_us)].missing += missing;
     }
-    if (missing > 0 || !late) lane.usual_us = step / (int64_t{missing} + 1);
-    if (late) return;
-    if (step > 0) lane.steady_us += step;
+    if (!pause) lane.usual_us = each;
+    spread(lane, lane.last_us, lane.usual_us, last);
+    if (!pause && missing > 0) lose(lane, lane.last_us + each, time_us);
+    if (gap) return;
+    if (step > 0 && __builtin_add_overflow(lane.steady_us, step, &lane.steady_us))
+        lane.steady_us = INT64_MAX;
     ++lane.steady_frames;
     lane.steady_bytes += info.bytes;
     for (size_t bin = bin_of(lane.last_us); bin < bin_of(time_us); ++bin)
         lane.bins[bin].covered = true;
+}
+
+// Puts a flow into the bins of its time.
+void ReportData::spread(Lane& lane, int64_t begin_us, int64_t us, const Flow& flow) {
+    if (us <= 0) {  // frames of the same time
+        lane.bins[bin_of(begin_us)].flow.add(flow);
+        return;
+    }
+    const size_t end = bin_of(begin_us + us);
+    for (size_t bin = bin_of(begin_us); bin <= end; ++bin)
+        lane.bins[bin].flow.add(part_in(flow, begin_us, us, bin_begin_us(bin), m_bin_us));
+}
+
+// Frames are missing in that time.
+void ReportData::lose(Lane& lane, int64_t begin_us, int64_t end_us) {
+    if (end_us <= begin_us) return;
+    spread(lane, begin_us, end_us - begin_us, {});
+    for (size_t bin = bin_of(begin_us); bin <= bin_of(end_us - 1); ++bin)
+        lane.bins[bin].lost = true;
 }
 
 void ReportData::take_all(sim::DiskReader& reader,
@@ -157,13 +215,14 @@ const Lane* ReportData::lane(int row, int channel) const {
 }
 
 size_t ReportData::bin_of(int64_t time_us) const {
+    time_us = on_axis(time_us);
     if (time_us <= m_begin_us || m_bins == 0) return 0;
     return std::min(static_cast<size_t>((time_us - m_begin_us) / m_bin_us), m_bins - 1);
 }
 
 // The axis reaches to a time on either side.
 void ReportData::make_room(int64_t time_us) {
-    if (m_frames == 0) {
+    if (m_bins == 0) {
         m_begin_us = time_us;
         m_bins = 1;
         return;

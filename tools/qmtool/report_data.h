@@ -21,12 +21,24 @@ struct Range {
     }
 };
 
+// What went on while a channel was recorded. A frame counts for the time up to the next one, so
+// that a part of a second tells the same rate as a whole one.
+struct Flow {
+    double us = 0;
+    double frames = 0, bytes = 0;
+    void add(const Flow& other);
+    double frame_rate() const { return us > 0 ? 1e6 * frames / us : 0; }
+    double bit_rate() const { return us > 0 ? 8e6 * bytes / us : 0; }
+};
+
 // What falls into one stretch of time.
 struct Bin {
     uint32_t frames = 0;
     uint32_t missing = 0;  // numbers, before one of its frames
     uint64_t bytes = 0;
     bool covered = false;  // recording went on in it, perhaps with no frame
+    bool lost = false;     // frames are missing in it
+    Flow flow;             // but what its lane's last frame counts for
     // Of its key frames, from the one before: numbers, the least and the most.
     uint32_t key_least = UINT32_MAX, key_most = 0;
 
@@ -57,7 +69,7 @@ struct Lane {
     double frame_rate() const;  // a second, 0 when it is not known
     double bit_rate() const;
     // Of one bin; where the recording begins or ends in it only that part of it counts.
-    double bin_seconds(size_t bin, int64_t bin_begin_us, int64_t bin_us) const;
+    Flow bin_flow(size_t bin, int64_t bin_begin_us, int64_t bin_us) const;
 
   private:
     friend class ReportData;
@@ -68,6 +80,7 @@ struct Lane {
     std::vector<uint32_t> m_distances;            // how often each came, as long as it has to be
     Range m_longer;                               // above MOST_DISTANCE
     uint32_t m_number = 0, m_run = 0, m_key = 0;  // of the last frame; number of the last key frame
+    uint32_t m_bytes = 0;                         // of the last frame
     bool m_has_key = false;                       // there was one in that run
 };
 
@@ -76,7 +89,12 @@ class ReportData {
   public:
     static constexpr size_t MOST_BINS = 600;
     static constexpr int64_t LEAST_BIN_US = 1'000'000;
+    static constexpr int64_t SHORT_BIN_US = 250'000;
 
+    explicit ReportData(int64_t least_bin_us = LEAST_BIN_US) : m_bin_us(least_bin_us) {}
+    // The axis begins there, and not at the first frame: frames of several channels are not in the
+    // order of their times. Before the first frame.
+    void begin_at(int64_t time_us);
     // The next frame in the order of recording.
     void take(const sim::FrameInfo& info);
     // All that a reader has now.
@@ -93,7 +111,10 @@ class ReportData {
     int64_t begin_us() const { return m_begin_us; }
     int64_t bin_us() const { return m_bin_us; }
     size_t bins() const { return m_bins; }
-    int64_t end_us() const { return m_begin_us + static_cast<int64_t>(m_bins) * m_bin_us; }
+    int64_t end_us() const { return bin_begin_us(m_bins); }
+    int64_t bin_begin_us(size_t bin) const {
+        return m_begin_us + static_cast<int64_t>(bin) * m_bin_us;
+    }
     // Of a time on the axis; times beyond it are those of its ends.
     size_t bin_of(int64_t time_us) const;
     // Of all frames.
@@ -105,10 +126,12 @@ class ReportData {
     void double_bins();
     void shift_bins(size_t by);
     void follow(Lane& lane, const sim::FrameInfo& info, int64_t time_us);
+    void spread(Lane& lane, int64_t begin_us, int64_t us, const Flow& flow);
+    void lose(Lane& lane, int64_t begin_us, int64_t end_us);
 
     Lane m_lanes[sim::SUMMARY_ROWS][QMCODEC_CHANNELS];
     uint64_t m_frames = 0, m_bytes = 0;
-    int64_t m_begin_us = 0, m_bin_us = LEAST_BIN_US;
+    int64_t m_begin_us = 0, m_bin_us;
     size_t m_bins = 0;
     int64_t m_earliest_us = 0, m_latest_us = 0;
 };

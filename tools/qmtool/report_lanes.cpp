@@ -20,6 +20,8 @@ std::string number_cell(uint64_t value, bool bad_above_0 = false) {
     return cell(std::to_string(value), bad_above_0 && value > 0);
 }
 
+constexpr int64_t RATE_US = 1'000'000;
+
 // P frames follow key frames only where there are such.
 bool has_p_frames(int row) { return row != QMCODEC_STREAM_JPEG && row != sim::AUDIO_ROW; }
 
@@ -84,16 +86,53 @@ struct Rates {
     double most_frames = 0, most_bits = 0;
 };
 
+// Bins that have one value, and what went on in them.
+struct Step {
+    size_t end = 0;
+    Flow flow;
+};
+
+// Of the bins from `bin` on that were recorded. Steps shorter than RATE_US would go up and down
+// with single frames; what is left at the end of a recording belongs to the step before.
+std::vector<Step> steps_from(const ReportData& data, const Lane& lane, size_t bin) {
+    const int64_t least = std::max(RATE_US, data.bin_us());
+    std::vector<Step> out;
+    Step step;
+    int64_t length = 0;
+    for (; bin < data.bins() && (lane.bins[bin].covered || lane.bins[bin].lost); ++bin) {
+        step.end = bin + 1;
+        step.flow.add(lane.bin_flow(bin, data.bin_begin_us(bin), data.bin_us()));
+        length += data.bin_us();
+        // Where a recording begins in a bin, most of a step must be left.
+        if (length < least || step.flow.us < 0.75 * static_cast<double>(least)) continue;
+        out.push_back(step);
+        step = {};
+        length = 0;
+    }
+    if (length > 0 && out.empty()) {
+        out.push_back(step);
+    } else if (length > 0) {
+        out.back().end = step.end;
+        out.back().flow.add(step.flow);
+    }
+    return out;
+}
+
 Rates rates_of(const ReportData& data, const Lane& lane) {
     Rates out;
+    out.frames.assign(data.bins(), -1);
+    out.bits.assign(data.bins(), -1);
     for (size_t bin = 0; bin < data.bins(); ++bin) {
-        const Bin& in = lane.bins[bin];
-        const double seconds = lane.bin_seconds(
-            bin, data.begin_us() + static_cast<int64_t>(bin) * data.bin_us(), data.bin_us());
-        out.frames.push_back(in.covered ? in.frames / seconds : -1);
-        out.bits.push_back(in.covered ? 8 * static_cast<double>(in.bytes) / seconds : -1);
-        out.most_frames = std::max(out.most_frames, out.frames.back());
-        out.most_bits = std::max(out.most_bits, out.bits.back());
+        for (const Step& step : steps_from(data, lane, bin)) {
+            const double frames = step.flow.frame_rate(), bits = step.flow.bit_rate();
+            for (; bin < step.end; ++bin) {
+                if (step.flow.us <= 0) continue;  // a single frame has no rate
+                out.frames[bin] = frames;
+                out.bits[bin] = bits;
+            }
+            out.most_frames = std::max(out.most_frames, frames);
+            out.most_bits = std::max(out.most_bits, bits);
+        }
     }
     return out;
 }
@@ -101,7 +140,7 @@ Rates rates_of(const ReportData& data, const Lane& lane) {
 std::string plots(const ReportData& data, int row, const Lane& lane, const std::string& id,
                   const std::string& name) {
     const Rates rates = rates_of(data, lane);
-    const double frames = round_above(rates.most_frames), bits = round_above(rates.most_bits);
+    const double frames = scale_top(rates.most_frames), bits = scale_top(rates.most_bits);
     const PlotText of_frames = {id + "f", "Frames a second",
                                 name + ": mean " + fixed(lane.frame_rate(), 2) + ", most " +
                                     fixed(rates.most_frames, 2) + ", " +
@@ -109,16 +148,15 @@ std::string plots(const ReportData& data, int row, const Lane& lane, const std::
     const PlotText of_bits = {
         id + "b", "Bit rate",
         name + ": mean " + rate_text(lane.bit_rate()) + ", most " + rate_text(rates.most_bits)};
-    const std::string begin = time_text(data.begin_us()), end = time_text(data.end_us());
-    const size_t begin_day = begin.find('T') + 1, end_day = end.find('T') + 1;
+    const int64_t length = data.end_us() - data.begin_us();
     return plot_figure(
-               of_frames, fixed(frames, frames < 10 ? 1 : 0),
+               of_frames, short_number(frames),
                value_plot(of_frames, data, lane, rates.frames, frames,
                           has_p_frames(row) ? other_keys(data, lane) : std::vector<size_t>{})) +
            plot_figure(of_bits, rate_text(bits),
                        value_plot(of_bits, data, lane, rates.bits, bits)) +
-           "<div class=\"axis\"><span>" + begin.substr(begin_day, 8) + "</span><span>" +
-           end.substr(end_day, 8) + "</span></div>\n";
+           "<div class=\"axis\"><span>" + axis_text(data.begin_us(), length) + "</span><span>" +
+           axis_text(data.end_us(), length) + "</span></div>\n";
 }
 
 std::string facts(int row, const Lane& lane) {
@@ -154,12 +192,13 @@ std::string picture(int row, const Thumbnail& thumbnail, const Lane& lane,
 
 std::string row_start(const ReportSource& source, int row) {
     const std::string id = std::string("row-") + std::to_string(row);
-    std::string out = "<section aria-labelledby=\"" + id + "\"><h2 id=\"" + id + "\">" +
-                      row_name(row) +
-                      "</h2>\n<div class=\"scroll\" role=\"region\" tabindex=\"0\" "
-                      "aria-label=\"Figures of " +
-                      row_name(row) + "\"><table><caption>Figures of " + row_name(row) +
-                      " by channel; rates without pauses</caption><thead><tr>";
+    std::string out =
+        "<section aria-labelledby=\"" + id + "\"><h2 id=\"" + id + "\">" + row_name(row) +
+        "</h2>\n<div class=\"scroll\" role=\"region\" tabindex=\"0\" "
+        "aria-label=\"Figures of " +
+        row_name(row) + "\"><table><caption><span>Figures of " + row_name(row) +
+        " by channel; rates without pauses</span> <span class=\"more\">The table goes on "
+        "to the right: scroll it.</span></caption><thead><tr>";
     std::vector<const char*> heads = {"Channel", "Frames",   "Dropped",
                                       "Gaps",    "Frames/s", "Bit rate"};
     if (has_p_frames(row))

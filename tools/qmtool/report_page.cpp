@@ -1,6 +1,7 @@
 // The head of the page with its totals, and the time line.
 #include "tools/qmtool/report_page.h"
 
+#include <cstdio>
 #include <string>
 
 #include "tools/qmtool/output.h"
@@ -71,6 +72,21 @@ std::string not_read(const sim::Summary& summary) {
            out + "</ul></section>\n";
 }
 
+// How the pictures name the channels. The board writes into them, and counts from 1.
+std::string channel_note(const ReportData& data) {
+    for (int ch = 0; ch < QMCODEC_CHANNELS; ++ch) {
+        for (int row = 0; row < sim::AUDIO_ROW; ++row) {
+            if (!data.lane(row, ch)) continue;
+            char shown[16];
+            snprintf(shown, sizeof shown, "CH%02d", ch + 1);
+            return "<p class=\"note\">Channels are counted from 0 here, and from 1 in the pictures of "
+                   "the virtual board: channel " +
+                   std::to_string(ch) + " is " + shown + " in its picture.</p>\n";
+        }
+    }
+    return "";
+}
+
 std::string navigation(const ReportData& data) {
     std::string out = "<nav aria-label=\"Streams\"><ul><li><a href=\"#time\">Time line</a></li>";
     for (int row = 0; row < sim::SUMMARY_ROWS; ++row)
@@ -80,19 +96,11 @@ std::string navigation(const ReportData& data) {
     return out + "</ul></nav>\n";
 }
 
-// In a day or two the time of day is enough.
-std::string axis_time(const ReportData& data, int64_t us) {
-    const std::string text = time_text(us);
-    const size_t day_end = text.find('T');
-    const bool days = data.end_us() - data.begin_us() > 2 * 86'400'000'000;
-    return days ? text.substr(0, day_end) : text.substr(day_end + 1, 8);
-}
-
 std::string axis(const ReportData& data) {
     std::string out = "<div class=\"axis five\">";
-    const int64_t quarter = (data.end_us() - data.begin_us()) / 4;
+    const int64_t length = data.end_us() - data.begin_us();
     for (int i = 0; i <= 4; ++i)
-        out += "<span>" + axis_time(data, data.begin_us() + i * quarter) + "</span>";
+        out += "<span>" + axis_text(data.begin_us() + i * (length / 4), length) + "</span>";
     return out + "</div>";
 }
 
@@ -158,7 +166,7 @@ std::string page_start(const ReportSource& source) {
         html_text(source.view.path());
     if (source.recorded) out += ", being recorded: this is what was in it so far";
     out += "</p>\n" + totals(source) + "</header>\n";
-    if (source.data.frames() > 0) out += navigation(source.data);
+    if (source.data.frames() > 0) out += channel_note(source.data) + navigation(source.data);
     out += "<main>\n" + not_read(source.summary);
     if (source.data.frames() == 0) return out + "<p>Nothing is recorded in it.</p>\n";
     return out + time_section(source);

@@ -89,5 +89,7 @@ std::string value_plot(const PlotText& text, const ReportData& data, const Lane&
 }
 
 std::string mark_line(const PlotText& text, size_t bins, const std::vector<size_t>& marks) {
-    return open_plot(text, "line", bins) + path("begin", marks_path(marks, 0)) + "</svg>";
+    std::string begins;
+    for (const size_t bin : marks) begins += move_to(bin, 0) + down_to(HEIGHT);
+    return open_plot(text, "line", bins) + path("begin", begins) + "</svg>";
 }

@@ -22,7 +22,7 @@ std::string value_plot(const PlotText& text, const ReportData& data, const Lane&
                        const std::vector<double>& values, double most,
                        const std::vector<size_t>& key_marks = {});
 
-// Marks at bins.
+// Marks where bins begin.
 std::string mark_line(const PlotText& text, size_t bins, const std::vector<size_t>& marks);
 
 #endif  // TOOLS_QMTOOL_REPORT_PLOT_H

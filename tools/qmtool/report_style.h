@@ -52,13 +52,17 @@ color:var(--soft);font-size:.82rem}
 .key .k-drop{width:3px;background:var(--drop)}
 .key .k-begin{width:3px;background:var(--begin)}
 .key .k-odd{width:3px;background:var(--odd)}
-.scroll{overflow-x:auto;background:var(--card);border:1px solid var(--rule);border-radius:6px}
+.scroll{overflow-x:auto;background:linear-gradient(to left,var(--card) 1.5rem,transparent)
+right/3rem 100% no-repeat local,linear-gradient(to left,var(--rule),transparent) right/1.6rem 100%
+no-repeat scroll,var(--card);border:1px solid var(--rule);border-radius:6px}
 .scroll:focus-visible{outline:2px solid var(--line)}
 table{border-collapse:collapse;width:100%;font-size:.8rem;font-variant-numeric:tabular-nums}
 caption{padding:.5rem .7rem;text-align:left;color:var(--soft)}
 th,td{padding:.3rem .5rem;border-top:1px solid var(--rule);text-align:right;white-space:nowrap}
 thead th{border-top:0;white-space:normal;color:var(--soft);font-weight:600;vertical-align:bottom}
-tbody th{text-align:left;position:sticky;left:0;background:var(--card)}
+th:first-child{text-align:left;position:sticky;left:0;background:var(--card)}
+caption span{position:sticky;left:.7rem}
+.more{display:none}
 .cards{display:grid;grid-template-columns:repeat(auto-fill,minmax(min(22rem,100%),1fr));gap:.9rem;
 margin-top:.9rem}
 .card{min-width:0;padding:.7rem .9rem .9rem;background:var(--card);border:1px solid var(--rule);
@@ -80,12 +84,15 @@ footer{margin-top:2rem;color:var(--soft);font-size:.8rem}
 .lane{grid-template-columns:5.6rem 1fr}.lane>span:first-child{font-size:.75rem}
 .seen img,.seen .none{width:7.4rem}.seen figcaption{font-size:.75rem}
 .axis.five span:nth-child(even){display:none}
-.totals{grid-template-columns:1fr 1fr}}
+.totals{grid-template-columns:1fr 1fr}
+th,td{padding:.3rem .35rem}thead th{white-space:nowrap}
+caption{padding:.4rem .35rem}caption span{display:block;width:calc(100vw - 3.5rem);left:.35rem}
+caption .more{display:block;color:var(--text)}}
 @media print{:root{color-scheme:light;--ground:#fff;--card:#fff;--text:#000;--soft:#444;
 --rule:#bbb;--line:#1763b8;--fill:#1763b833;--band:#3f83cc;--drop:#c4261d;--begin:#8a5a00;--odd:#7a35b8}
 *{print-color-adjust:exact;-webkit-print-color-adjust:exact}body{max-width:none;padding:0;font-size:11pt}nav{display:none}
-.scroll{overflow:visible}table{font-size:6.5pt}th,td{padding:.15rem .25rem}
-.cards{grid-template-columns:1fr 1fr}tbody th{position:static}h2,h3{break-after:avoid}}
+.scroll{overflow:visible;background:none}.more{display:none}table{font-size:6.5pt}th,td{padding:.15rem .25rem}
+.cards{grid-template-columns:1fr 1fr}th:first-child{position:static}h2,h3{break-after:avoid}}
 )";
 
 #endif  // TOOLS_QMTOOL_REPORT_STYLE_H

@@ -1,6 +1,7 @@
 // Figures in words, HTML's special characters, base64.
 #include "tools/qmtool/report_text.h"
 
+#include <algorithm>
 #include <cinttypes>
 #include <cmath>
 #include <cstdio>
@@ -61,6 +62,27 @@ double round_above(double value) {
     for (const double step : {1.0, 2.0, 2.5, 5.0})
         if (value <= step * power * (1 + 1e-9)) return step * power;
     return 10 * power;
+}
+
+double scale_top(double most) {
+    if (!(most > 0)) return 1;
+    const double step = round_above(most / 6);
+    // A hundredth above a step is not seen: 30 frames a second may measure as 30.02.
+    return step * std::max(1.0, std::ceil(most / 1.01 / step));
+}
+
+std::string short_number(double value) {
+    std::string text = fixed(value, 2);
+    text.erase(text.find_last_not_of('0') + 1);
+    if (text.back() == '.') text.pop_back();
+    return text;
+}
+
+std::string axis_text(int64_t utc_us, int64_t length_us) {
+    const std::string text = time_text(utc_us);
+    const size_t day_end = text.find('T');
+    if (length_us > 2 * 86'400'000'000) return text.substr(0, day_end);
+    return text.substr(day_end + 1, length_us < 60'000'000 ? 10 : 8);
 }
 
 std::string base64(const std::vector<uint8_t>& bytes) {

@@ -18,6 +18,13 @@ std::string rate_text(double bits_a_second);
 std::string span_text(int64_t us);
 // The least of 1, 2, 2.5, 5 times a power of ten that is not below the value; 1 for 0.
 double round_above(double value);
+// Where a scale for values up to that one ends: a round number, and little of the scale is unused.
+double scale_top(double most);
+// "30", "17.5", "1.25": as few digits as it has, two behind the point at most.
+std::string short_number(double value);
+// A time on an axis of that length: "01:46:28", below a minute "01:46:28.5", in more than two days
+// "2026-11-21".
+std::string axis_text(int64_t utc_us, int64_t length_us);
 
 std::string base64(const std::vector<uint8_t>& bytes);
 

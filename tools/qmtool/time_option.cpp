@@ -89,6 +89,25 @@ bool date_and_time(Words& words, int64_t& us) {
 
 }  // namespace
 
+bool recorded_ends(sim::DiskReader& reader, int64_t& first_us, int64_t& last_us) {
+    sim::FrameInfo info;
+    const uint64_t end = reader.end();
+    uint64_t first = reader.next(reader.first());
+    while (first < end && !reader.info(first, info)) first = reader.next(first + 1);
+    if (first >= end) return false;
+    first_us = last_us = info.time_us;
+    for (uint64_t n = end; n > first;) {
+        const uint64_t last = reader.previous(n);
+        if (last >= n) break;
+        if (reader.info(last, info)) {
+            last_us = info.time_us;
+            break;
+        }
+        n = last;
+    }
+    return true;
+}
+
 bool parse_time(const std::string& text, int64_t first_us, int64_t last_us, int64_t& out) {
     Words words(text);
     int64_t us = 0;

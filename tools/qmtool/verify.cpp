@@ -54,7 +54,6 @@ std::string damage_text(const sim::Finding& finding) {
 
 std::string text_of(const sim::Finding& finding) {
     using Kind = sim::FindingKind;
-    const std::string bytes = std::to_string(finding.end - finding.offset);
     switch (finding.kind) {
         case Kind::header_copy: return "one of the two headers is not that of the segment";
         case Kind::header_rest: return "bytes behind the header are not 0";
@@ -63,8 +62,8 @@ std::string text_of(const sim::Finding& finding) {
         case Kind::cannot_read:
             return std::string("cannot be read: ") + strerror(static_cast<int>(finding.amount));
         case Kind::file_size:
-            return "the file is " + std::to_string(finding.end) + " bytes long, its header tells " +
-                   std::to_string(finding.amount);
+            return "the file is " + counted(finding.end, "byte", "bytes") +
+                   " long, its header tells " + std::to_string(finding.amount);
         case Kind::damage: return damage_text(finding);
         case Kind::missing_records:
             return counted(finding.amount, "record is", "records are") +
@@ -83,7 +82,9 @@ std::string text_of(const sim::Finding& finding) {
         case Kind::no_directory:
             return finding.note ? "no directory ends the segment; its records are found without"
                                 : "the records end here, but not with a directory";
-        case Kind::unused_bytes: return bytes + " unused bytes behind the directory";
+        case Kind::unused_bytes:
+            return counted(finding.end - finding.offset, "unused byte", "unused bytes") +
+                   " behind the directory";
         case Kind::torn_end: return "an interrupted write left a part of a record";
         case Kind::unbegun: return "nothing was written into it yet";
         case Kind::ini_missing: return "is missing; qmtool rebuild writes it again";
@@ -91,8 +92,8 @@ std::string text_of(const sim::Finding& finding) {
         case Kind::ini_foreign:
             return "belongs to another database; qmtool rebuild writes it again";
         case Kind::ini_size:
-            return "tells segments of " + std::to_string(finding.amount) +
-                   " bytes; the newest has " + std::to_string(finding.end);
+            return "tells segments of " + counted(finding.amount, "byte", "bytes") +
+                   "; the newest has " + std::to_string(finding.end);
         case Kind::strange_name: return "looks like a segment's name and is none";
     }
     return "";
