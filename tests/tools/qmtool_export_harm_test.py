@@ -413,6 +413,18 @@ class Stopped(ClipCase):
         self.assertEqual(os.listdir(self.out), ["a.mov"])
         self.assertLess(os.path.getsize(self.path("a.mov")), 1_000_000)
 
+    def test_the_database_itself_is_not_written_over(self):
+        recorded = os.path.join(self.folder.path, "rec.mov")
+        os.rename(self.folder.ini, recorded)
+        os.rename(self.folder.name(1), recorded + ".0000000001.seg")
+        with open(recorded, "rb") as ini:
+            before = ini.read()
+        done, _, err = self.run_tool("export", "--channel", "3", "--stream", "main", "--force", "-o",
+                                     recorded, recorded)
+        self.assertEqual((done, err), (3, f"qmtool: {recorded}: it is the database\n"))
+        with open(recorded, "rb") as ini:
+            self.assertEqual(ini.read(), before)
+
     def test_a_file_with_another_name_is_not_written_over(self):
         recorded = self.folder.name(1)
         os.link(recorded, self.path("a.mov.part"))

@@ -5,6 +5,7 @@
 #include <csignal>
 #include <cstdio>
 #include <cstring>
+#include <filesystem>
 #include <new>
 
 #include "tools/qmtool/command.h"
@@ -279,7 +280,12 @@ std::unique_ptr<sim::DatabaseView> open_database(const CommandLine& line) {
     std::string why;
     auto view = sim::DatabaseView::open(sim::real_file_system(), line.database, why);
     if (!view) say_cannot(line, why);
-    return view;
+    std::error_code failed;
+    if (!view || !std::filesystem::equivalent(line.output, view->path(), failed)) return view;
+    CommandLine of_file = line;
+    of_file.database = line.output;
+    say_cannot(of_file, "it is the database");
+    return nullptr;
 }
 
 int say_cannot(const CommandLine& line, const std::string& why) {
