@@ -58,20 +58,37 @@ Bytes database(uint8_t change) {
     return input;
 }
 
-// One key frame again and again, its time up and down as far as it goes.
-Bytes far_times() {
+// One key frame again and again, its time up or down.
+constexpr uint8_t FARTHEST = 40, LESS = 38;
+void step(Bytes& input, bool down, uint8_t far, int times) {
     constexpr uint8_t KEY = 0, TIME = 1 << 1;
-    constexpr uint8_t FARTHEST = 40, LESS = 38;
+    const uint8_t low = down ? 0x00 : 0xFF, high = down ? 0x80 : 0xFF;
+    for (; times > 0; --times) input.insert(input.end(), {KEY, TIME, low, low, high, far});
+}
+
+// As far as it goes.
+Bytes far_times() {
     Bytes input;
-    const auto step = [&input](bool down, uint8_t far, int times) {
-        const uint8_t low = down ? 0x00 : 0xFF, high = down ? 0x80 : 0xFF;
-        for (; times > 0; --times) input.insert(input.end(), {KEY, TIME, low, low, high, far});
-    };
     for (int turn = 0; turn < 3; ++turn) {
-        step(true, FARTHEST, 4);
-        step(false, FARTHEST, 4);
-        step(true, LESS, 1);
+        step(input, true, FARTHEST, 4);
+        step(input, false, FARTHEST, 4);
+        step(input, true, LESS, 1);
     }
+    return input;
+}
+
+// The last picture of a channel is further before the wanted time than a number reaches.
+Bytes far_pause() {
+    Bytes input;
+    step(input, true, FARTHEST, 3);
+    for (const int byte : {0x80, 0, 0, 0, 0, 0, 0, 0, 0x6E, 0x02, 0xFF, 0xFF, 0xFF, 0x28})
+        input.push_back(static_cast<uint8_t>(byte));
+    step(input, false, FARTHEST, 3);
+    step(input, true, LESS, 1);
+    step(input, true, FARTHEST, 4);
+    step(input, false, FARTHEST, 4);
+    for (const int byte : {0x00, 0x02, 0x00, 0x93, 0x80, 0x26})
+        input.push_back(static_cast<uint8_t>(byte));
     return input;
 }
 
@@ -102,6 +119,7 @@ int main(int argc, char** argv) {
         written &= put(folder / "database_tools_fuzz", "change-" + std::to_string(bit),
                        database(static_cast<uint8_t>(1 << bit)));
     written &= put(folder / "database_tools_fuzz", "far-times", far_times());
+    written &= put(folder / "database_tools_fuzz", "far-pause", far_pause());
     if (!written) perror(argv[1]);
     return written ? 0 : 1;
 }

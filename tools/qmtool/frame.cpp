@@ -126,7 +126,8 @@ void tell(const CommandLine& line, const Shown& shown, int64_t wanted_us, size_t
            printable(line.output).c_str(), row_name(info.stream), unsigned{info.channel},
            info.number, time_text(info.time_us).c_str(), size.width, size.height,
            counted(bytes, "byte", "bytes").c_str());
-    const int64_t before_us = wanted_us - info.time_us;
+    int64_t before_us = 0;
+    if (__builtin_sub_overflow(wanted_us, info.time_us, &before_us)) before_us = INT64_MAX;
     if (before_us > PAUSE_US)
         printf("  %s before the wanted time; between them this channel has no picture\n",
                duration_text(before_us).c_str());
