@@ -29,7 +29,7 @@ constexpr int MAX_PASSED_OVER = 4096;
 // recorded any more holds nobody up.
 constexpr int MAX_STEP_AHEAD = 16384;
 
-// When a picture that the view could not write at once is offered again.
+// When a picture that the view could not write at once is offered again, in real time.
 constexpr int64_t VIEW_US = 10'000;
 
 bool has_bit(uint32_t mask, int bit) { return mask >> bit & 1; }
@@ -123,7 +123,8 @@ void qm_playback_engine::work(iqm_db* db, const std::atomic<uint32_t>& stop) {
     m_steps = 0;
     while (stop.load() == 0) {
         int64_t next_us = run_once();
-        if (m_view.waits()) next_us = std::min(next_us, sim::now_us() + VIEW_US);
+        if (m_view.waits())
+            next_us = std::min(next_us, sim::now_us() + VIEW_US * sim::settings().speed);
         m_alarm.wait_until(next_us);
         m_view.tend();
     }
