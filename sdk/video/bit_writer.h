@@ -24,6 +24,7 @@ class BitWriter {
         m_count += count;
         if (m_count >= 32) flush();
     }
+    size_t size() const { return 8 * m_bytes.size() + m_count; }  // in bits
     void flag(bool value) { bits(value ? 1 : 0, 1); }
     // ue(v), below 2^16 - 1.
     void ue(uint32_t value) {

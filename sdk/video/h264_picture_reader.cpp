@@ -14,6 +14,7 @@ namespace {
 
 constexpr uint32_t P_SLICE = 0, I_SLICE = 2, ALL_ALIKE = 5;  // slice_type; + 5: the picture's all
 // mb_type of a macroblock in an I slice; those of a P slice come after its 5 inter types.
+constexpr uint32_t MOST_IDR_ID = 65535;
 constexpr uint32_t INTER_TYPES = 5;
 constexpr uint32_t INTRA_DC = 3, INTRA_DC_CHROMA = 7, PCM = 25;
 
@@ -123,8 +124,8 @@ const char* PictureReader::check_header(const Header& header) const {
     if (header.frame_num != m_start.frame_num)
         return m_start.key ? "frame_num of a key picture is not 0"
                            : "frame_num does not follow that of the picture before";
-    // Which of both the key picture before had is not looked at: a seek may leave some out.
-    if (m_start.key && (header.idr_id < 1 || header.idr_id > 2)) return "idr_pic_id is not 1 or 2";
+    // That of the key picture before is not looked at: a seek may leave some out.
+    if (header.idr_id > MOST_IDR_ID) return "idr_pic_id is above 65535";
     if (m_slices != 0 && header.idr_id != m_idr_id)
         return "idr_pic_id differs from that of the first slice";
     if (header.marked) return "no_output_of_prior_pics_flag is set";

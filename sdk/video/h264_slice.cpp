@@ -133,6 +133,7 @@ void SliceWriter::begin(const Start& start) {
     m_bits.bits(start.key ? 0 : start.frame_num, 8);
     if (start.key) {
         m_bits.ue(start.idr_id);
+        m_idr_id_bit = m_bits.size() - IDR_ID_BITS;
         m_bits.bits(0, 2);  // no_output_of_prior_pics_flag, long_term_reference_flag
     } else {
         // num_ref_idx_active_override_flag, ref_pic_list_modification_flag_l0,

@@ -14,17 +14,25 @@ namespace sim {
 // for every difference of texts.
 inline constexpr int EXACT_QP = 28;
 
+// idr_pic_id is IDR_ID and a number below 256: the last 8 of the 17 bits of its code. Nothing else
+// in a NAL unit depends on that number, emulation prevention neither: the bit before it is 1, and
+// at most 7 zeros follow it. So key pictures made once serve with any.
+inline constexpr uint32_t IDR_ID = 255;
+inline constexpr unsigned IDR_ID_BITS = 8;
+
 class SliceWriter {
   public:
     struct Start {
         int first = 0;    // address of its first macroblock
         int columns = 0;  // macroblocks a row
         bool key = false;
-        uint32_t idr_id = 1;     // of a key picture
-        uint32_t frame_num = 0;  // of any other, 0..255
+        uint32_t idr_id = IDR_ID;  // of a key picture, up to 255 above
+        uint32_t frame_num = 0;    // of any other, 0..255
         int qp = EXACT_QP;
     };
     void begin(const Start& start);
+    // Where in the payload of a key picture's slice the number of idr_pic_id is, in bits.
+    size_t idr_id_bit() const { return m_idr_id_bit; }
     int first() const { return m_start.first; }
     int next() const { return m_next; }  // address
     bool empty() const { return m_next == m_start.first; }
@@ -61,6 +69,7 @@ class SliceWriter {
 
     Start m_start;
     BitWriter m_bits;
+    size_t m_idr_id_bit = 0;
     int m_next = 0;
     uint32_t m_skipped = 0;
     int m_qp = 0;          // of the last macroblock

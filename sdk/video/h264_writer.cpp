@@ -22,8 +22,8 @@ using Cover = ZoneBlanking::Cover;
 constexpr uint8_t SLICE = 0x61, IDR_SLICE = 0x65, SEQUENCE_SET = 0x67, PICTURE_SET = 0x68;
 constexpr uint8_t DELIMITER = 0x09, FILLER = 0x0C;
 constexpr uint8_t ONLY_I = 0x10, I_AND_P = 0x30;  // primary_pic_type and the stop bit
+constexpr size_t UNIT_HEAD = 4;                   // start code and header of a slice, in bytes
 constexpr size_t LEAST_FILLER = 5;                // start code, header, stop bit
-constexpr uint32_t IDR_IDS = 2;                   // 1 and 2
 
 constexpr FlatBlocks BLACK = {
     {BLACK_LUMA, BLACK_LUMA, BLACK_LUMA, BLACK_LUMA, BLACK_LUMA, BLACK_LUMA, BLACK_LUMA, BLACK_LUMA,
@@ -81,6 +81,11 @@ struct H264Writer::Parts {
         std::vector<FlatBlocks> wanted, shown;
     };
 
+    struct KeySlice {
+        Bytes unit;  // a NAL unit; empty where the overlay leaves nothing
+        size_t idr_id_bit = 0;
+    };
+
     void make(const Scene& new_scene, const PrivateZone& new_zone, int new_qp);
     void make_pattern();
     void make_sets();
@@ -98,6 +103,7 @@ struct H264Writer::Parts {
     void close_slice();
     void code_pattern_row(int row, bool bar);
     void append_slice(uint8_t header, Bytes& out);
+    static void append_slice(const KeySlice& made_slice, uint32_t id, Bytes& out);
     void begin_unit(uint8_t picture_type, Bytes& out) const;
 
     bool made = false;
@@ -112,16 +118,14 @@ struct H264Writer::Parts {
     std::vector<Row> pattern;                         // one a macroblock row
     std::array<Row, Overlay::MOST_COLUMNS + 1> bars;  // by the columns that the overlay takes
     Bytes sets;                                       // SPS and PPS, with their start codes
-    // Of the pattern, whole NAL units: one a macroblock row for each idr_pic_id. Empty where the
-    // overlay leaves nothing.
-    std::array<std::vector<Bytes>, IDR_IDS> key_slices;
+    std::vector<KeySlice> key_slices;                 // of the pattern, one a macroblock row
 
     SliceWriter slice;
     std::vector<Overlay::Mask> masks, masks_now;  // of the last picture, and while one is composed
     int bar = -1;                                 // its row in the last picture
     uint32_t frame_num = 0;                       // of the unit in work
     uint32_t last_frame_num = 0;                  // of the last one that was finished
-    uint32_t idr_id = IDR_IDS;                    // of the last key picture
+    uint32_t key_pictures = 0;                    // their number, modulo 256
     Bytes unit, scratch;
 };
 
@@ -166,7 +170,7 @@ void H264Writer::Parts::make_pattern() {
     Cells cells;
     draw_pattern(scene, cells);
     const auto code = [this](Row& row, int first) {
-        slice.begin({first, columns, true, 1, 0, qp});
+        slice.begin({first, columns, true, IDR_ID, 0, qp});
         row.shown.clear();
         for (const FlatBlocks& blocks : row.wanted) row.shown.push_back(slice.code(blocks, qp));
     };
@@ -184,14 +188,14 @@ void H264Writer::Parts::make_pattern() {
 }
 
 void H264Writer::Parts::make_key_slices() {
-    for (uint32_t id = 1; id <= IDR_IDS; ++id) {
-        std::vector<Bytes>& slices = key_slices[id - 1];
-        slices.assign(static_cast<size_t>(rows), {});
-        for (int row = 0; row < rows; ++row) {
-            const int first = row * columns + overlay.columns(row);
-            code_row(row, false, {first, columns, true, id, 0, qp});
-            if (!slice.empty()) append_slice(IDR_SLICE, slices[static_cast<size_t>(row)]);
-        }
+    key_slices.assign(static_cast<size_t>(rows), {});
+    for (int row = 0; row < rows; ++row) {
+        const int first = row * columns + overlay.columns(row);
+        code_row(row, false, {first, columns, true, IDR_ID, 0, qp});
+        if (slice.empty()) continue;
+        KeySlice& made_slice = key_slices[static_cast<size_t>(row)];
+        append_slice(IDR_SLICE, made_slice.unit);
+        made_slice.idr_id_bit = 8 * UNIT_HEAD + slice.idr_id_bit();
     }
 }
 
@@ -243,6 +247,16 @@ void H264Writer::Parts::append_slice(uint8_t header, Bytes& out) {
     append_unit(false, header, slice.finish(), out);
 }
 
+void H264Writer::Parts::append_slice(const KeySlice& made_slice, uint32_t id, Bytes& out) {
+    const size_t at = out.size() + made_slice.idr_id_bit / 8;
+    out.insert(out.end(), made_slice.unit.begin(), made_slice.unit.end());
+    if (made_slice.unit.empty()) return;
+    // The number is 0 in what was made.
+    const uint32_t bits = (id - IDR_ID) << (8 - made_slice.idr_id_bit % 8);
+    out[at] |= static_cast<uint8_t>(bits >> 8);
+    out[at + 1] |= static_cast<uint8_t>(bits);
+}
+
 // What the zone hides does not change.
 void H264Writer::Parts::draw(uint32_t number, std::vector<Overlay::Mask>& out) const {
     overlay.draw(number, out.data());
@@ -280,8 +294,7 @@ void H264Writer::Parts::compose_key(uint32_t number, uint32_t id, Bytes& out) {
             code_row(row, true, {first + taken, columns, true, id, 0, qp});
             append_slice(IDR_SLICE, out);
         } else {
-            const Bytes& made_slice = key_slices[id - 1][static_cast<size_t>(row)];
-            out.insert(out.end(), made_slice.begin(), made_slice.end());
+            append_slice(key_slices[static_cast<size_t>(row)], id, out);
         }
     }
 }
@@ -338,16 +351,15 @@ void H264Writer::configure(const Scene& scene, const PrivateZone& zone, int qp) 
 }
 
 size_t H264Writer::key_bytes(uint32_t number) {
-    m_parts->compose_key(number, 1, m_parts->scratch);
+    m_parts->compose_key(number, IDR_ID, m_parts->scratch);
     return m_parts->scratch.size();
 }
 
 size_t H264Writer::compose(uint32_t number, bool key) {
     Parts& parts = *m_parts;
     if (key) {
-        const uint32_t id = parts.idr_id % IDR_IDS + 1;
-        parts.compose_key(number, id, parts.unit);
-        parts.idr_id = id;
+        parts.compose_key(number, IDR_ID + parts.key_pictures, parts.unit);
+        parts.key_pictures = (parts.key_pictures + 1) & 0xFF;
         parts.last_frame_num = 0;
     } else {
         parts.frame_num = (parts.last_frame_num + 1) & 0xFF;

@@ -131,8 +131,9 @@ TEST(H264Refusals, OfSliceHeaders) {
     EXPECT_EQ(slice_refusal([](Slice& s) { s.pps = 1; }), "slice 0: pic_parameter_set_id is not 0");
     EXPECT_EQ(slice_refusal([](Slice& s) { s.frame_num = 1; }),
               "slice 0: frame_num of a key picture is not 0");
-    EXPECT_EQ(slice_refusal([](Slice& s) { s.idr_id = 0; }), "slice 0: idr_pic_id is not 1 or 2");
-    EXPECT_EQ(slice_refusal([](Slice& s) { s.idr_id = 3; }), "slice 0: idr_pic_id is not 1 or 2");
+    EXPECT_EQ(slice_refusal([](Slice& s) { s.idr_id = 65535; }), "decoded");
+    EXPECT_EQ(slice_refusal([](Slice& s) { s.idr_id = 65536; }),
+              "slice 0: idr_pic_id is above 65535");
     EXPECT_EQ(slice_refusal([](Slice& s) { s.no_output = 1; }),
               "slice 0: no_output_of_prior_pics_flag is set");
     EXPECT_EQ(slice_refusal([](Slice& s) { s.long_term = 1; }),

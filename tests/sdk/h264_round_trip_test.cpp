@@ -3,9 +3,13 @@
 // itself is in h264_reader_test and h264_refusals_test.
 #include <gtest/gtest.h>
 
+#include <cstring>
+#include <set>
 #include <string>
 #include <vector>
 
+#include "sdk/video/bit_reader.h"
+#include "sdk/video/h264_nal.h"
 #include "sdk/video/h264_reader.h"
 #include "sdk/video/h264_writer.h"
 
@@ -77,6 +81,38 @@ void expect_block_code(const sim::Picture& picture, const sim::Scene& scene, uin
     EXPECT_EQ(code.channel, scene.channel);
     EXPECT_EQ(code.stream, scene.stream);
     EXPECT_EQ(code.number, number);
+}
+
+std::vector<uint8_t> key_unit(sim::H264Writer& writer, uint32_t number) {
+    std::vector<uint8_t> unit(writer.compose(number, true));
+    writer.write(unit.size(), unit.data());
+    return unit;
+}
+
+// idr_pic_id, the same in all slices. Each has the emulation prevention that its payload needs.
+void read_idr_id(const std::vector<uint8_t>& unit, uint32_t& id) {
+    sim::NalUnits units(unit.data(), unit.size());
+    sim::NalUnit slice;
+    std::vector<uint8_t> payload, again;
+    size_t slices = 0;
+    while (units.next(slice)) {
+        if (slice.type() != sim::NalType::idr_slice) continue;
+        ASSERT_TRUE(sim::take_payload(slice, payload));
+        again.clear();
+        sim::append_unit(false, slice.bytes[0], payload, again);
+        ASSERT_EQ(again.size(), 3 + slice.size);
+        ASSERT_EQ(std::memcmp(again.data() + 3, slice.bytes, slice.size), 0);
+        sim::BitReader bits(payload.data(), payload.size());
+        bits.ue();  // first_mb_in_slice
+        EXPECT_EQ(bits.ue(), 7U);
+        EXPECT_EQ(bits.ue(), 0U);  // pic_parameter_set_id
+        EXPECT_EQ(bits.bits(8), 0U);
+        const uint32_t idr_pic_id = bits.ue();
+        if (slices++ == 0) id = idr_pic_id;
+        ASSERT_EQ(idr_pic_id, id);
+    }
+    ASSERT_FALSE(units.failed());
+    ASSERT_GT(slices, 0U);
 }
 
 }  // namespace
@@ -163,6 +199,23 @@ TEST(H264RoundTrip, OfKeyIntervalsAndAFrameNumberThatWraps) {
         Trip trip;
         ASSERT_NO_FATAL_FAILURE(trip.run(one)) << interval;
     }
+}
+
+// Decoders tell two key pictures in a row apart by idr_pic_id; frames may have been lost between.
+TEST(H264RoundTrip, TheIdsOf256KeyPicturesDiffer) {
+    for (const sim::PictureSize size : SIZES)
+        for (const int qp : {0, 26, 51}) {
+            sim::H264Writer writer;
+            Case one = moving(size);
+            writer.configure(one.scene, {}, qp);
+            std::set<uint32_t> ids;
+            for (uint32_t number = 0; number < 256; ++number) {
+                uint32_t id = 0;
+                ASSERT_NO_FATAL_FAILURE(read_idr_id(key_unit(writer, number), id));
+                EXPECT_TRUE(ids.insert(id).second) << id;
+                writer.compose(number, false);
+            }
+        }
 }
 
 TEST(H264RoundTrip, OfFillerOfEverySmallSize) {
