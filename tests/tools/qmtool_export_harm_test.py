@@ -190,13 +190,14 @@ class Damage(ClipCase):
 
     def test_no_key_frame_at_all(self):
         self.write(broken=range(0, 50, 10))
-        self.assertEqual(self.refused("a.mov"), f"qmtool: {self.folder.ini}: there is no key frame of it in "
-                                                "this span or before it\n")
+        self.assertEqual(self.refused("a.mov"),
+                         f"qmtool: {self.folder.ini}: main channel 3 has no readable key frame; "
+                         "qmtool list tells what was recorded\n")
 
     def test_without_a_frame_of_the_span_there_is_no_film_of_what_lies_ahead(self):
         self.write(broken=(12, 13))
         why = f"{self.path('a.mov')}: nothing in this span can be written into it" if self.batches \
-            else f"{self.folder.ini}: there is nothing of it in this span"
+            else f"{self.folder.ini}: main channel 3 has nothing in this span"
         self.assertEqual(self.refused("a.mov", "--from", "+0.48", "--to", "+0.56", "--manifest"),
                          f"qmtool: {why}\n")
         told = self.exported("a.mov", "--from", "+0.44", "--to", "+0.56", status=self.batches)

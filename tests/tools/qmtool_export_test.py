@@ -111,15 +111,15 @@ class Films(ClipCase):
             self.assertEqual(told["frames"] - told["frames_before_start"], frames, words)
 
     def test_nothing_in_the_span_is_3_and_no_file(self):
-        nothing, no_key = ("there is nothing of it in this span",
-                           "there is no key frame of it in this span or before it")
+        nothing = "has nothing in this span"
+        no_key = "has no readable key frame; qmtool list tells what was recorded"
         for name, words, stream, channel, why in (
                 ("a.mov", ("--from", "+5"), "main", 3, nothing),
                 ("a.mov", ("--to", "2026-11-21T01:46:28"), "main", 3, nothing),
                 ("a.mov", (), "main", 5, no_key), ("a.mov", (), "dual", 3, no_key),
                 ("a.wav", (), "audio", 5, nothing), ("a.wav", ("--from", "+5"), "audio", 3, nothing)):
             self.assertEqual(self.refused(name, *words, stream=stream, channel=channel),
-                             f"qmtool: {self.folder.ini}: {why}\n")
+                             f"qmtool: {self.folder.ini}: {stream} channel {channel} {why}\n")
 
     def test_it_is_not_written_over(self):
         with open(self.path("a.mov"), "wb") as out:

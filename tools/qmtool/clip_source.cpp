@@ -4,6 +4,7 @@
 #include <algorithm>
 
 #include "sdk/video/audio_tone.h"
+#include "tools/qmtool/output.h"
 
 namespace {
 
@@ -112,8 +113,12 @@ bool ClipSource::has_key() {
            m_reader.key_after(n, m_wish.row, m_wish.channel, key);
 }
 
-const char* ClipSource::why_nothing() const {
-    if (!m_other_codec) return "there is nothing of it in this span";
+std::string ClipSource::lane_text() const {
+    return std::string(row_name(m_wish.row)) + " channel " + std::to_string(m_wish.channel);
+}
+
+std::string ClipSource::why_nothing() const {
+    if (!m_other_codec) return lane_text() + " has nothing in this span";
     return m_jpeg ? "all of it in this span is H.264, which goes into a film or a .h264 file"
                   : "all of it in this span is JPEG, which goes into a film or a folder";
 }
@@ -121,9 +126,8 @@ const char* ClipSource::why_nothing() const {
 bool ClipSource::find_start(std::string& why) {
     m_end = m_reader.end();
     uint64_t wanted = 0;
-    const char* const no_key = "there is no key frame of it in this span or before it";
     if (!m_sound_only && !has_key()) {
-        why = no_key;
+        why = lane_text() + " has no readable key frame; qmtool list tells what was recorded";
         return false;
     }
     if (!find_wanted(wanted)) {
@@ -134,8 +138,10 @@ bool ClipSource::find_start(std::string& why) {
         m_start = m_wanted;
         m_first = m_span_first;
     } else {
-        why = no_key;
-        if (!find_key(wanted)) return false;
+        if (!find_key(wanted)) {
+            why = lane_text() + " has no key frame in this span or before it";
+            return false;
+        }
         m_first = std::min(m_span_first, m_key);
         if (m_wish.with_sound)
             m_first = std::min(m_first, m_reader.at_time(added(m_wanted.time_us, -SOUND_FRAME_US)));

@@ -67,7 +67,8 @@ class ClipSource {
     bool fits(sim::FrameKind kind) const {
         return m_sound_only || (kind == sim::FrameKind::jpeg) == m_jpeg;
     }
-    const char* why_nothing() const;
+    std::string lane_text() const;  // stream and channel, in words
+    std::string why_nothing() const;
     bool has_key();
     bool find_wanted(uint64_t& record);
     bool find_key(uint64_t wanted);
