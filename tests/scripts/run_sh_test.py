@@ -16,7 +16,7 @@ from pathlib import Path
 
 ROOT = Path(__file__).resolve().parents[2]
 RUN_SH = str(ROOT / "run.sh")
-PATIENCE = 30
+PATIENCE = 120
 # Building the program.
 BUILD_PATIENCE = 600
 

@@ -29,7 +29,7 @@ class ConsoleProcess {
   public:
     using Timeout = std::chrono::milliseconds;
     // Long enough for a busy machine and a sanitizer: a test that waits it out has failed.
-    static constexpr Timeout PATIENCE{20000};
+    static constexpr Timeout PATIENCE{120000};
 
     ConsoleProcess(const Program& program, Wire wire);
     ~ConsoleProcess();

@@ -11,7 +11,7 @@ import unittest
 from database import Folder
 
 PROGRAM = "build/release/qmtool"
-PATIENCE = 60
+PATIENCE = 300
 
 
 def clock(us):

@@ -19,7 +19,7 @@ NAMES = ("main", "dual", "JPEG", "preview", "third", "fourth")
 JPEG = 2
 CHANNELS = range(16)
 FORMATS = {"NTSC": "0", "PAL": "1"}
-PATIENCE = 120
+PATIENCE = 300
 LEAST_FRAMES = 10_000
 SPANS = 1000
 TAIL = ("!", "video/x-raw,format=I420", "!", "fdsink", "fd=1", "sync=false")

@@ -11,7 +11,7 @@ QMTOOL, MAKER, MATRIX = "", "", ""
 NAMES = ("main", "dual", "JPEG", "preview", "third", "fourth")
 JPEG = 2
 FORMATS = (0, 1)  # NTSC, PAL
-PATIENCE = 120
+PATIENCE = 300
 DARK, LIGHT = 16, 208
 
 Frame = collections.namedtuple("Frame", "stream channel number time key")
