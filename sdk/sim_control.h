@@ -19,7 +19,8 @@ void control_reset();
 // Makes board time stand still at `start_us` (microseconds since 1970) for the rest of the process;
 // before any session is opened.
 void use_stepped_clock(int64_t start_us);
-// Moves the stepped clock on; returns when every board thread has done what was due.
+// Moves the stepped clock on, from deadline to deadline, letting every board thread finish what is
+// due at each. Returns when all of them wait again.
 void step_clock(int64_t us);
 
 // As if the machine's UTC clock were set forward by that much (back when negative).

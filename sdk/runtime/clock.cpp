@@ -8,6 +8,7 @@
 #include <mutex>
 
 #include "sdk/runtime/settings.h"
+#include "sdk/sim_control.h"
 
 namespace sim {
 

@@ -1,7 +1,8 @@
 // The board's clock, and the one way in which the stand-in's threads wait.
 //
 // Board time is in microseconds since 1970-01-01 UTC. It starts at the machine's time and then runs
-// on the monotonic clock, `speed` times as fast; or, in tests, it stands still until it is stepped.
+// on the monotonic clock, `speed` times as fast; or, in tests, it stands still until it is stepped,
+// with the functions of sim_control.h.
 #ifndef SDK_RUNTIME_CLOCK_H
 #define SDK_RUNTIME_CLOCK_H
 
@@ -48,17 +49,6 @@ class Alarm {
     bool m_live = false;
     Alarm* m_next;  // list of all alarms
 };
-
-// Makes board time stand still at `start_us`; before any board thread is started, for the rest of
-// the process. Tests and benchmarks only, through sim_control.h.
-void use_stepped_clock(int64_t start_us);
-
-// Moves the stepped clock on, from deadline to deadline, letting every board thread finish what is
-// due at each. Returns when all of them wait again.
-void step_clock(int64_t us);
-
-// As if the machine's UTC clock were set by that much; tests only, through sim_control.h.
-void set_utc_clock(int64_t by_us);
 
 }  // namespace sim
 

@@ -7,6 +7,7 @@
 #include <thread>
 
 #include "sdk/runtime/thread_state.h"
+#include "sdk/sim_control.h"
 #include "shell/qm_thread.h"
 #include "shell/qm_time.h"
 
