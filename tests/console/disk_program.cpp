@@ -13,8 +13,10 @@ namespace {
 const std::string MAIN_TITLE = "\nMain Stream Encode Status\n";
 const std::string SEARCH_TITLE = "\nSearch Status\n";
 
-// So many tables without a frame in a row: nothing comes any more. One alone may be a busy machine.
+// So many tables without a frame in a row, before and after a pause of the test: nothing comes any
+// more. One alone may be a busy machine, many at once the status thread that catches up.
 constexpr int TABLES_AT_REST = 5;
+constexpr std::chrono::seconds PAUSE(2);
 
 using Clock = std::chrono::steady_clock;
 
@@ -84,13 +86,13 @@ int DiskProgram::reached(const std::string& title, int least) {
     return total;
 }
 
-int DiskProgram::at_rest(const std::string& title) {
+int DiskProgram::at_rest(const std::string& title, int tables) {
     const Clock::time_point deadline = Clock::now() + ConsoleProcess::PATIENCE;
     int without = 0;
     for (;;) {
         const Figures figures = next_table(title);
         without = figures.total > 0 && figures.period == 0 ? without + 1 : 0;
-        if (figures.total < 0 || without == TABLES_AT_REST) return figures.total;
+        if (figures.total < 0 || without == tables) return figures.total;
         if (Clock::now() > deadline) return -1;
     }
 }
@@ -99,13 +101,18 @@ int DiskProgram::recorded(int least) { return reached(MAIN_TITLE, least); }
 
 int DiskProgram::switch_off() {
     type("SETUP\nENVCHANGE -VE 0 0 0 0\nq\n");
-    if (!expect(texts::SETUP + texts::SETUP)) return -1;
-    return at_rest(MAIN_TITLE);
+    if (!expect(texts::SETUP) || !expect(texts::SETUP)) return -1;
+    for (int total = at_rest(MAIN_TITLE, TABLES_AT_REST);;) {
+        std::this_thread::sleep_for(PAUSE);
+        const int later = at_rest(MAIN_TITLE, TABLES_AT_REST);
+        if (later == total || later < 0) return later;
+        total = later;
+    }
 }
 
 int DiskProgram::played(int least) { return reached(SEARCH_TITLE, least); }
 
-int DiskProgram::played_to_the_end() { return at_rest(SEARCH_TITLE); }
+int DiskProgram::played_at_rest() { return at_rest(SEARCH_TITLE, 1); }
 
 bool DiskProgram::search() {
     type("SEARCH\nPB 4\n");

@@ -19,7 +19,8 @@ class DiskProgram {
                 const std::string& board = "speed=10");
 
     void type(const std::string& keys) { m_console.send(keys); }
-    // Waits for the next place at which `text` was printed.
+    // Waits for the next place at which `text` was printed. Tables may stand between what the
+    // console prints in two steps, a line and a prompt.
     bool expect(const std::string& text);
     // Waits for `text` on standard error.
     bool expect_said(const std::string& text) const;
@@ -33,8 +34,9 @@ class DiskProgram {
     int switch_off();
     // The total of playback, when it has reached `least`.
     int played(int least);
-    // The total of playback when it stands still.
-    int played_to_the_end();
+    // The total of playback in the next table that says that nothing came: of a player that has
+    // reached the end, which it cannot tell from a busy machine.
+    int played_at_rest();
     // Enters SEARCH and plays forward. False when the menu is not entered.
     bool search();
 
@@ -50,7 +52,7 @@ class DiskProgram {
     };
     Figures next_table(const std::string& title);
     int reached(const std::string& title, int least);
-    int at_rest(const std::string& title);
+    int at_rest(const std::string& title, int tables);
 
     const TempDir& m_folder;
     const std::string m_said;  // file of standard error
