@@ -172,7 +172,7 @@ int searchwork_get_user_stream(char* path) {
             continue;
         }
         if (strlen(words[0]) < 2) return result;
-        snprintf(path, ANSWER_SIZE, "%s", words[0]);
+        memcpy(path, words[0], strlen(words[0]) + 1);  // a part of the line: it fits
         result = 1;
     }
 }
