@@ -4,6 +4,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <atomic>
 #include <filesystem>
 #include <fstream>
@@ -24,6 +25,7 @@
 #include "statuswork/status_thread.h"
 #include "tests/support/console.h"
 #include "tests/support/report_text.h"
+#include "tests/support/wait.h"
 
 namespace {
 
@@ -51,11 +53,13 @@ int threads_of_process() {
     return count;
 }
 
-// Within run_console.
-int64_t printed_bytes() {
+// What is on the wire so far, within run_console.
+std::string printed() {
     struct stat status = {};
     fstat(STDOUT_FILENO, &status);
-    return status.st_size;
+    std::string text(static_cast<size_t>(status.st_size), '\0');
+    EXPECT_EQ(pread(STDOUT_FILENO, text.data(), text.size(), 0), status.st_size);
+    return text;
 }
 
 int descriptors_of_process() {
@@ -284,10 +288,12 @@ TEST_F(Session, BuildsSearchReportsWhileSearchIsEnteredAndLeft) {
     std::string script = "encode 0\n";
     for (int i = 0; i < 30; ++i) script += "search\npb 4\nsetdb 1\nsetdb 0\nexit\n";
     run(script + "exit\n");
-    for (int i = 0; i < 100 && built == 0; ++i) run("search\nsetdb 1\nsetdb 0\nexit\nexit\n");
+    EXPECT_TRUE(comes_true([&] {
+        run("search\nsetdb 1\nsetdb 0\nexit\nexit\n");
+        return built > 0;
+    }));
     stop = true;
     reports.join();
-    EXPECT_GT(built, 0);
 }
 
 // The clock runs as fast as the board can follow, so that the status thread is never at rest.
@@ -301,23 +307,22 @@ TEST_F(Session, PrintsWholeReportsWhileSearchIsEnteredAndLeft) {
     });
     std::string script = "encode 0\nencode 2\nstatus\nset\nt f00030f 0\n9\nrun\nexit\n";
     for (int i = 0; i < 100; ++i) script += "search\npb 4\nsetdb 1\nsetdb 0\nsetdb 5\nexit\n";
-    int printed = 0;
-    for (int round = 0; round < 50 && printed == 0; ++round) {
+    const auto a_session_prints_reports = [&] {
         const std::string out = run(script + "exit\n");
-        printed = count_of(out, "\nSearch Status\n");
-        EXPECT_EQ(count_of(out, "\nSearch Status\n" + RATE_HEADING + " 0 "), printed);
-        EXPECT_EQ(count_of(out, ", BUF Count:"), printed);
+        const int reports = count_of(out, "\nSearch Status\n");
+        EXPECT_EQ(count_of(out, "\nSearch Status\n" + RATE_HEADING + " 0 "), reports);
+        EXPECT_EQ(count_of(out, ", BUF Count:"), reports);
         EXPECT_EQ(count_of(out, " !!  Status thread is running  !!\n"), 1);
         EXPECT_EQ(count_of(out, " !! Status thread is stopped !!\n"), 1);
         const size_t farewell = out.find(" !! Status thread is stopped !!\n");
-        ASSERT_NE(farewell, std::string::npos);
-        EXPECT_EQ(escaped(out.substr(farewell)),
+        EXPECT_EQ(escaped(out.substr(std::min(farewell, out.size()))),
                   escaped(" !! Status thread is stopped !!\nRelease ReleaseAVCodec - Begin\n"
                           "Release ReleaseAVCodec - End\nDestroy QM AV Codec.\n"));
-    }
+        return reports > 0 || HasFailure();
+    };
+    EXPECT_TRUE(comes_true(a_session_prints_reports));
     stop = true;
     clock.join();
-    EXPECT_GT(printed, 0);
 }
 
 TEST_F(Session, BuildsEncodeReportsWhileEncodersStartAndStop) {
@@ -351,31 +356,34 @@ TEST_F(Session, BuildsEncodeReportsWhileEncodersStartAndStop) {
     close_codec();
 }
 
-// The status thread itself, faster than a watch.
+// The status thread itself, faster than a watch. It takes its start a moment after it said that it
+// runs: when the clock was stepped in between no table comes, and another session is begun.
 TEST_F(Session, PrintsEachTableEverySecondOfBoardTime) {
     sim::use_stepped_clock(1'700'000'000'000'000);
-    const std::string out = run_console("", [&] {
-        open_codec();
-        app_encode_command(ENCODE_RUN_MAIN);
-        sim::step_clock(10'000);  // a second of the tables then ends between two frames
-        _l_st_stat.mask_a = 1;
-        fflush(stdout);
-        int64_t printed = printed_bytes();
-        const auto wait_for_print = [&printed] {
-            while (printed_bytes() == printed) usleep(1000);
-            printed = printed_bytes();
-        };
-        app_stat_run(0, nullptr);
-        wait_for_print();  // that it runs; it takes its start time next
-        std::this_thread::sleep_for(std::chrono::seconds(1));
-        for (int second = 0; second < 3; ++second) {
+    const auto tables = [] { return count_of(printed(), "\nMain Stream Encode Status\n"); };
+    std::string out;
+    const auto session = [&] {
+        bool in_step = false;
+        out = run_console("", [&] {
+            open_codec();
+            app_encode_command(ENCODE_RUN_MAIN);
+            sim::step_clock(10'000);  // a second of the tables then ends between two frames
+            _l_st_stat.mask_a = 1;
+            app_stat_run(0, nullptr);
+            EXPECT_TRUE(comes_true([] { return contains(printed(), "Status thread is running"); }));
             sim::step_clock(1'000'000);
-            wait_for_print();
-        }
-        app_status_stop();
-        app_encode_command(ENCODE_STOP_MAIN);
-        close_codec();
-    });
+            in_step = comes_true([&] { return tables() == 1; }, std::chrono::seconds(2));
+            for (int second = 2; in_step && !HasFailure() && second <= 3; ++second) {
+                sim::step_clock(1'000'000);
+                EXPECT_TRUE(comes_true([&] { return tables() == second; }));
+            }
+            app_status_stop();
+            app_encode_command(ENCODE_STOP_MAIN);
+            close_codec();
+        });
+        return in_step || HasFailure();
+    };
+    ASSERT_TRUE(comes_true(session));
     EXPECT_EQ(count_of(out, "\nMain Stream Encode Status\n"), 3);
     // QCIF at QP 27, IDR every 7: frames 0, 7, 14, 21, 28 of the first 30 are key frames, 220 bytes
     // for the others and 1320 for those: 12100 bytes, 11.8 KiB, 94 Kibit.

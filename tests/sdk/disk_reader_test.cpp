@@ -10,13 +10,13 @@
 #include <map>
 #include <memory>
 #include <string>
-#include <thread>
 #include <vector>
 
 #include "sdk/db/disk_writer.h"
 #include "tests/sdk/made_segment.h"
 #include "tests/sdk/read_only_files.h"
 #include "tests/support/temp_dir.h"
+#include "tests/support/wait.h"
 
 namespace {
 
@@ -507,6 +507,7 @@ TEST_F(DiskReader, FollowsIntoASegmentThatWasFinished) {
     for (uint64_t n = 0; n < 4; ++n) expect_frame(n);
 }
 
+// The folder is listed now and then: what is seen only in a listing is waited for.
 TEST_F(DiskReader, FindsTheNewestSegmentWhateverItsNumber) {
     MadeSegment made(1, 0);
     made.frames(2);
@@ -515,8 +516,7 @@ TEST_F(DiskReader, FindsTheNewestSegmentWhateverItsNumber) {
     MadeSegment later(5, 2);
     later.frames(2);
     save(later);
-    std::this_thread::sleep_for(std::chrono::milliseconds(250));  // between two listings
-    EXPECT_EQ(reader->end(), 4u);
+    EXPECT_TRUE(comes_true([this] { return reader->end() == 4; }));
     EXPECT_EQ(all(), (Numbers{0, 1, 2, 3}));
 }
 
@@ -565,9 +565,7 @@ TEST_F(DiskReader, StepsOverSegmentsThatTheRingHasTaken) {
     std::filesystem::remove(path_of(2));
     std::filesystem::remove(path_of(3));
     EXPECT_EQ(reader->end(), 52u);
-    std::this_thread::sleep_for(std::chrono::milliseconds(250));
-    EXPECT_EQ(reader->end(), 52u);
-    EXPECT_EQ(reader->first(), 40u);
+    EXPECT_TRUE(comes_true([this] { return reader->end() == 52 && reader->first() == 40; }));
     EXPECT_EQ(all(), (Numbers{40, 41, 50, 51}));
     for (const uint64_t n : all()) expect_frame(n);
 }
@@ -579,15 +577,12 @@ TEST_F(DiskReader, OutlivesAllItsFiles) {
     open();
     EXPECT_EQ(reader->end(), 2u);
     std::filesystem::remove(path_of(1));
-    std::this_thread::sleep_for(std::chrono::milliseconds(250));
-    const uint64_t end = reader->end();  // it looks into the folder
-    EXPECT_EQ(reader->first(), end);
+    ASSERT_TRUE(comes_true([this] { return reader->end() == reader->first(); }));
     EXPECT_TRUE(all().empty());
     MadeSegment again(7, 30);
     again.frames(2);
     save(again);
-    std::this_thread::sleep_for(std::chrono::milliseconds(250));
-    EXPECT_EQ(reader->end(), 32u);
+    EXPECT_TRUE(comes_true([this] { return reader->end() == 32; }));
     EXPECT_EQ(all(), (Numbers{30, 31}));
 }
 
