@@ -52,13 +52,30 @@ Steady::time_point steady_time_of(int64_t board_us) {
 
 // A clock that is set jumps; one that is only led drifts less than this between two looks.
 constexpr int64_t LEAST_STEP_US = 250'000;
+// The two clocks of one look are read no further apart: whoever was held up in between would take
+// that for a step.
+constexpr int64_t MOST_APART_US = LEAST_STEP_US / 10;
 
 // How the UTC clock was set beside the steady one.
 struct UtcSteps {
+    void look();
+
     std::mutex mutex;
-    int64_t offset_us = utc_us() - steady_us();
+    bool looked = false;
+    int64_t offset_us = 0;
     int64_t sum_us = 0;
 };
+
+// A look that took too long says nothing; the next one does.
+void UtcSteps::look() {
+    const int64_t before_us = steady_us();
+    const int64_t now_offset_us = utc_us() - before_us;
+    if (steady_us() - before_us > MOST_APART_US) return;
+    const int64_t step_us = looked ? now_offset_us - offset_us : 0;
+    if (step_us >= LEAST_STEP_US || step_us <= -LEAST_STEP_US) sum_us += step_us;
+    offset_us = now_offset_us;
+    looked = true;
+}
 
 UtcSteps& utc_steps() {
     static UtcSteps* steps = new UtcSteps;
@@ -169,10 +186,7 @@ int64_t utc_step_us() {
     if (l_stepped) return l_set_by_us;
     UtcSteps& steps = utc_steps();
     std::lock_guard lock(steps.mutex);
-    const int64_t offset_us = utc_us() - steady_us();
-    const int64_t step_us = offset_us - steps.offset_us;
-    if (step_us >= LEAST_STEP_US || step_us <= -LEAST_STEP_US) steps.sum_us += step_us;
-    steps.offset_us = offset_us;
+    steps.look();
     return steps.sum_us + l_set_by_us;
 }
 
