@@ -4,21 +4,19 @@
 #include <csignal>
 #include <cstdio>
 #include <sstream>
-#include <thread>
 
 #include "tests/console/texts.h"
+#include "tests/support/wait.h"
 
 namespace {
 
 const std::string MAIN_TITLE = "\nMain Stream Encode Status\n";
+const std::string DUAL_TITLE = "\nDual Stream Encode Status\n";
+const std::string JPEG_TITLE = "\nJPEG Stream Encode Status\n";
 const std::string SEARCH_TITLE = "\nSearch Status\n";
 
-// So many tables without a frame in a row, before and after a pause of the test: nothing comes any
-// more. One alone may be a busy machine, many at once the status thread that catches up.
-constexpr int TABLES_AT_REST = 5;
-constexpr std::chrono::seconds PAUSE(2);
-
-using Clock = std::chrono::steady_clock;
+// Of playback, after its last frame.
+constexpr int TABLES_AT_THE_END = 2;
 
 // The program, its standard error in a file, under the same process number.
 Program program(const TempDir& folder, const std::string& environment, const std::string& board,
@@ -41,7 +39,7 @@ DiskProgram::DiskProgram(const TempDir& folder, const std::string& environment,
     : m_folder(folder),
       m_said(next_name()),
       m_console(program(folder, environment, board, m_said), Wire::Pipe) {
-    type("MAIN\nSTATUS\nSET\nt 3 0\n9\nRUN\nq\n");
+    type("MAIN\nSTATUS\nSET\nt 1000103 0\n9\nRUN\nq\n");
     expect(texts::STATUS_RUNS);
 }
 
@@ -52,12 +50,7 @@ bool DiskProgram::expect(const std::string& text) {
 }
 
 bool DiskProgram::expect_said(const std::string& text) const {
-    const Clock::time_point deadline = Clock::now() + ConsoleProcess::PATIENCE;
-    while (said().find(text) == std::string::npos) {
-        if (Clock::now() > deadline) return false;
-        std::this_thread::sleep_for(std::chrono::milliseconds(10));
-    }
-    return true;
+    return comes_true([&] { return said().find(text) != std::string::npos; });
 }
 
 std::string DiskProgram::said() const {
@@ -69,50 +62,50 @@ std::string DiskProgram::said() const {
     return kept;
 }
 
-DiskProgram::Figures DiskProgram::next_table(const std::string& title) {
-    Figures figures;
-    if (!expect(title) || !expect("\n 0 ")) return figures;
+// The total in it; -1 when none comes.
+int DiskProgram::next_table(const std::string& title) {
+    if (!expect(title) || !expect("\n 0 ")) return -1;
     const size_t row = m_read_to;
-    if (!expect("\n")) return figures;
-    if (sscanf(m_console.output().c_str() + row, "%d %d", &figures.total, &figures.period) != 2)
-        return {};
-    return figures;
-}
-
-int DiskProgram::reached(const std::string& title, int least) {
-    const Clock::time_point deadline = Clock::now() + ConsoleProcess::PATIENCE;
-    int total = 0;
-    while (total >= 0 && total < least && Clock::now() < deadline) total = next_table(title).total;
+    int total = -1;
+    if (!expect("\n") || sscanf(m_console.output().c_str() + row, "%d", &total) != 1) return -1;
     return total;
 }
 
-int DiskProgram::at_rest(const std::string& title, int tables) {
-    const Clock::time_point deadline = Clock::now() + ConsoleProcess::PATIENCE;
-    int without = 0;
-    for (;;) {
-        const Figures figures = next_table(title);
-        without = figures.total > 0 && figures.period == 0 ? without + 1 : 0;
-        if (figures.total < 0 || without == tables) return figures.total;
-        if (Clock::now() > deadline) return -1;
-    }
+int DiskProgram::reached(const std::string& title, int least) {
+    int total = 0;
+    comes_true([&] { return (total = next_table(title)) >= least || total < 0; });
+    return total;
 }
+
+// One table may have been built before what was waited for last, and be printed after it.
+bool DiskProgram::pass_old_table(const std::string& title) { return next_table(title) >= 0; }
 
 int DiskProgram::recorded(int least) { return reached(MAIN_TITLE, least); }
 
+int DiskProgram::recorded_dual(int least) { return reached(DUAL_TITLE, least); }
+
+int DiskProgram::recorded_jpeg(int least) { return reached(JPEG_TITLE, least); }
+
+bool DiskProgram::begin_anew() {
+    type("ENCODE 1\nENCODE 0\n");
+    return expect("Encode DB Stream : ") && pass_old_table(MAIN_TITLE);
+}
+
+// A table may come between the two prompts.
 int DiskProgram::switch_off() {
     type("SETUP\nENVCHANGE -VE 0 0 0 0\nq\n");
-    if (!expect(texts::SETUP) || !expect(texts::SETUP)) return -1;
-    for (int total = at_rest(MAIN_TITLE, TABLES_AT_REST);;) {
-        std::this_thread::sleep_for(PAUSE);
-        const int later = at_rest(MAIN_TITLE, TABLES_AT_REST);
-        if (later == total || later < 0) return later;
-        total = later;
-    }
+    if (!expect(texts::SETUP) || !expect(texts::SETUP) || !pass_old_table(MAIN_TITLE)) return -1;
+    return next_table(MAIN_TITLE);
 }
 
 int DiskProgram::played(int least) { return reached(SEARCH_TITLE, least); }
 
-int DiskProgram::played_at_rest() { return at_rest(SEARCH_TITLE, 1); }
+int DiskProgram::played_to_the_end(int all) {
+    int total = played(all);
+    for (int table = 0; table < TABLES_AT_THE_END && total >= 0; ++table)
+        total = next_table(SEARCH_TITLE);
+    return total;
+}
 
 bool DiskProgram::search() {
     type("SEARCH\nPB 4\n");

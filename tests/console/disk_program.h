@@ -9,18 +9,19 @@
 #include "tests/support/console_process.h"
 #include "tests/support/temp_dir.h"
 
-// One running program in `folder`. The status thread prints the tables of the main stream and of
+// One running program in `folder`. The status thread prints the tables of the streams and of
 // playback; every figure is that of channel 0, -1 when no table comes. A figure that is waited for
 // in vain is given as it is.
 class DiskProgram {
   public:
     // Started with the environment file `environment` and with `board` for QM_BOARD; MAIN is open.
+    // Recorded no faster than that, the frames of 17 seconds wait for a slow disk before the
+    // program drops any and says so.
     DiskProgram(const TempDir& folder, const std::string& environment = "disk.ini",
-                const std::string& board = "speed=10");
+                const std::string& board = "speed=4");
 
     void type(const std::string& keys) { m_console.send(keys); }
-    // Waits for the next place at which `text` was printed. Tables may stand between what the
-    // console prints in two steps, a line and a prompt.
+    // Waits for the next place at which `text` was printed.
     bool expect(const std::string& text);
     // Waits for `text` on standard error.
     bool expect_said(const std::string& text) const;
@@ -28,15 +29,18 @@ class DiskProgram {
     // be encoded, counted nowhere.
     std::string said() const;
 
-    // The total of the main stream, when it has reached `least`.
+    // The total of a stream, when it has reached `least`.
     int recorded(int least);
-    // Switches the channel off; its total when nothing comes any more.
+    int recorded_dual(int least);
+    int recorded_jpeg(int least);
+    // ENCODE 1 and ENCODE 0: totals are those of the new recording from here on.
+    bool begin_anew();
+    // Switches the channel off; its total, to which nothing is added any more.
     int switch_off();
     // The total of playback, when it has reached `least`.
     int played(int least);
-    // The total of playback in the next table that says that nothing came: of a player that has
-    // reached the end, which it cannot tell from a busy machine.
-    int played_at_rest();
+    // The total of playback a while after it has reached `all`.
+    int played_to_the_end(int all);
     // Enters SEARCH and plays forward. False when the menu is not entered.
     bool search();
 
@@ -46,13 +50,9 @@ class DiskProgram {
     int leave();
 
   private:
-    struct Figures {
-        int total = -1;
-        int period = -1;
-    };
-    Figures next_table(const std::string& title);
+    int next_table(const std::string& title);
+    bool pass_old_table(const std::string& title);
     int reached(const std::string& title, int least);
-    int at_rest(const std::string& title, int tables);
 
     const TempDir& m_folder;
     const std::string m_said;  // file of standard error

@@ -493,7 +493,10 @@ void while_recording(Proof& proof, const FramePlan& plan, int64_t for_us) {
         qm_dbframe frame;
         while (!stop) {
             auto writer = sim::DiskWriter::open(sim::real_file_system(), path, options, why);
-            if (!writer) break;
+            if (!writer) {
+                failed = true;
+                break;
+            }
             for (int i = 0; i < 3000 && !stop; ++i, ++frames) {
                 plan.make(1, writer->next_sequence(), frame);
                 if (writer->append(frame, PROOF_UTC_STEP_US, 0) != sim::DiskWriter::Outcome::stored)
@@ -502,9 +505,17 @@ void while_recording(Proof& proof, const FramePlan& plan, int64_t for_us) {
             if (frames % 2) writer->finish(0);
         }
     });
-    const int64_t end = steady_us() + for_us;
+    // As long as that, and on a busy machine until there was something to be seen.
+    constexpr uint64_t LEAST_LOOKS = 11, LEAST_FRAMES = 1000;
+    constexpr int64_t PATIENCE_US = 120'000'000;
+    const int64_t start = steady_us();
     uint64_t looks = 0;
-    while (steady_us() < end) {
+    const auto enough = [&] {
+        const int64_t passed = steady_us() - start;
+        const bool seen = looks >= LEAST_LOOKS && frames >= LEAST_FRAMES;
+        return failed || passed >= PATIENCE_US || (passed >= for_us && seen);
+    };
+    while (!enough()) {
         std::string why;
         proof.at(proof.seed(), looks);
         const auto view = sim::DatabaseView::open(sim::real_file_system(), path, why);
@@ -521,7 +532,8 @@ void while_recording(Proof& proof, const FramePlan& plan, int64_t for_us) {
     }
     stop = true;
     recorder.join();
-    proof.check(!failed && looks > 10, "recorded and looked at");
+    proof.check(!failed && looks >= LEAST_LOOKS && frames >= LEAST_FRAMES,
+                "recorded and looked at");
     proof.covered("while it is recorded: %llu looks, %llu frames through a ring of 5 segments",
                   1ull * looks, 1ull * frames.load());
 }

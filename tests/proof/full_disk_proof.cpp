@@ -26,6 +26,7 @@ constexpr uint64_t SEGMENT_BYTES = sim::MIN_SEGMENT_BYTES;
 constexpr int64_t FRAME_US = 2'000;         // between two frames
 constexpr uint32_t NEVER_FITS = 70'000;     // bytes
 constexpr uint64_t SMALL_FILES = 4 * 4096;  // .ini, lock, what is passing
+constexpr int64_t PATIENCE_US = 120'000'000;
 
 struct Layout {
     SmallDisk::Kind kind;
@@ -197,8 +198,10 @@ void FullDisk::record_when_full(uint64_t frames) {
         // Of the batch that is being written the recorder learns later than a reader.
         const uint64_t durable = recorder.writer().durable_sequence();
         const uint64_t next = recorder.writer().next_sequence();
-        // A segment whose number is not the next one is found in the folder, now and then.
-        for (int wait = 0; wait < 100 && reader && reader->end() < durable; ++wait)
+        // A segment whose number is not the next one is found in the folder, now and then, and the
+        // more rarely the slower the disk is.
+        for (const int64_t give_up = steady_us() + PATIENCE_US;
+             reader && reader->end() < durable && steady_us() < give_up;)
             std::this_thread::sleep_for(std::chrono::milliseconds(20));
         if (reader)
             m_proof.check(durable <= reader->end() && reader->end() <= next,

@@ -23,6 +23,8 @@ namespace {
 
 using sim::DiskReader;
 
+constexpr int64_t PATIENCE_US = 120'000'000;
+
 // One database and all that happens to it. The parent's side.
 class Kills {
   public:
@@ -164,12 +166,12 @@ void Kills::hear(int64_t until_us) {
 // A few frames near the end, a few anywhere.
 void Kills::read_live(DiskReader& reader) {
     uint64_t end = reader.end();
-    // A segment whose number is not the next is looked for now and then only.
-    for (int waits = 0; end < m_acknowledged && waits < 1000; ++waits) {
-        m_late_ends += waits == 0;
+    // A segment whose number is not the next is looked for now and then only, and the more rarely
+    // the slower the disk is.
+    m_late_ends += end < m_acknowledged;
+    for (const int64_t give_up = steady_us() + PATIENCE_US;
+         end < m_acknowledged && steady_us() < give_up; end = reader.end())
         usleep(1000);
-        end = reader.end();
-    }
     const uint64_t first = reader.first();
     m_proof.check(end >= m_acknowledged, "%llu frames are acknowledged, a reader sees %llu",
                   static_cast<unsigned long long>(m_acknowledged),

@@ -23,7 +23,9 @@ using namespace openers;
 using sim::DiskReader;
 using sim::DiskWriter;
 
-constexpr int LONGEST_MS = 10'000;  // for anything that must not wait
+constexpr int LONGEST_MS = 120'000;  // for anything that must not wait
+// An owner records so many frames more: its ring does not turn, however long the others take.
+constexpr int OWNER_FRAMES = 1000;
 
 // The answer of another process; `waited` when it does not come. Only that process is ended.
 Answer in_child(const std::function<Answer()>& work) {
@@ -59,9 +61,9 @@ class Owner {
             const bool ready = writer && record(*writer, plan, recorder, frames);
             if (before_waiting) before_waiting();
             if (write(ends[1], ready ? "y" : "n", 1) != 1) _exit(1);
-            for (;;) {
+            for (int more = 0;; ++more) {
                 usleep(1000);
-                if (ready && frames > 0) record(*writer, plan, recorder, 1);
+                if (ready && frames > 0 && more < OWNER_FRAMES) record(*writer, plan, recorder, 1);
             }
         }
         close(ends[1]);
@@ -267,10 +269,18 @@ void Cases::child_of_owner() {
     int ends[2];
     if (pipe2(ends, O_CLOEXEC) != 0) abort();
     Owner owner(path(), m_plan, 1, 50, [&] {
+        int begun[2];
+        if (pipe2(begun, O_CLOEXEC) != 0) _exit(1);
         const pid_t child = fork();
-        if (child == 0) execl("/bin/sleep", "sleep", "60", nullptr);
+        if (child == 0) {
+            execl("/bin/sleep", "sleep", "600", nullptr);
+            _exit(1);
+        }
         if (child < 0 || write(ends[1], &child, sizeof child) != sizeof child) _exit(1);
-        usleep(100'000);  // the program has begun
+        // The end of the pipe that the child has is closed where the program begins.
+        close(begun[1]);
+        char none;
+        if (read(begun[0], &none, 1) != 0) _exit(1);
     });
     m_proof.check(owner.ready(), "the owner cannot record");
     pid_t child = -1;

@@ -9,6 +9,8 @@
 #include <string>
 #include <vector>
 
+#include "tests/support/wait.h"
+
 // How the program's standard input and output are wired. Standard error stays the test's own.
 enum class Wire {
     Pipe,
@@ -28,8 +30,7 @@ struct Program {
 class ConsoleProcess {
   public:
     using Timeout = std::chrono::milliseconds;
-    // Long enough for a busy machine and a sanitizer: a test that waits it out has failed.
-    static constexpr Timeout PATIENCE{120000};
+    static constexpr Timeout PATIENCE = ::PATIENCE;
 
     ConsoleProcess(const Program& program, Wire wire);
     ~ConsoleProcess();
