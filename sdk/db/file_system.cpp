@@ -20,13 +20,14 @@
 #include <limits>
 #include <memory>
 
+#include "sdk/runtime/descriptor.h"
+
 namespace sim {
 
 namespace {
 
 constexpr mode_t FILE_MODE = 0640;
 constexpr mode_t FOLDER_MODE = 0750;
-constexpr int FIRST_FILE = 3;  // 0 to 2 are the console's, even when it has closed them
 constexpr size_t DIRECT_UNIT = 4096;
 constexpr size_t BOUNCE_BYTES = 64 * 1024;
 
@@ -34,18 +35,14 @@ static_assert(sizeof(off_t) == 8);
 
 int result(int returned) { return returned < 0 ? -errno : 0; }
 
-// The same open file under a number that is not one of the console's, or the error.
-int above_console(int file) {
-    if (file < 0) return -errno;
-    if (file >= FIRST_FILE) return file;
-    const int moved = fcntl(file, F_DUPFD_CLOEXEC, FIRST_FILE);
-    const int error = errno;
-    ::close(file);
-    return moved < 0 ? -error : moved;
+// Of an open(): the file, above those of the console, or -errno.
+int opened(int file) {
+    const int above = above_console(file);
+    return above < 0 ? -errno : above;
 }
 
 int open_path(const std::string& path) {
-    return above_console(::open(path.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+    return opened(::open(path.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
 }
 
 int sync_names(int folder) {
@@ -124,7 +121,8 @@ int64_t read_direct(int file, uint8_t* out, size_t size, uint64_t offset) {
         if (got < 0 && errno == EINTR) continue;
         if (got < 0) return -errno;
         if (static_cast<uint64_t>(got) <= skip) break;
-        const size_t part = std::min(size - done, static_cast<size_t>(got) - static_cast<size_t>(skip));
+        const size_t part =
+            std::min(size - done, static_cast<size_t>(got) - static_cast<size_t>(skip));
         memcpy(out + done, static_cast<uint8_t*>(bounce.get()) + skip, part);
         done += part;
     }
@@ -174,7 +172,7 @@ int RealFileSystem::open_folder(const std::string& path, bool make) {
 // taken off.
 int RealFileSystem::open(int folder, const std::string& name, Access access) {
     if (!is_name(name)) return -EINVAL;
-    const int file = above_console(
+    const int file = opened(
         openat(folder, name.c_str(),
                open_flags(access) | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK | O_NOCTTY, FILE_MODE));
     if (file < 0) return file;
@@ -284,7 +282,7 @@ int RealFileSystem::remove(int folder, const std::string& name) {
 
 int RealFileSystem::list(int folder, const std::string& prefix, std::vector<std::string>& names) {
     // Another open file of the folder: the position of the first is shared by all threads.
-    const int again = above_console(openat(folder, ".", O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+    const int again = opened(openat(folder, ".", O_RDONLY | O_DIRECTORY | O_CLOEXEC));
     if (again < 0) return again;
     const std::unique_ptr<DIR, int (*)(DIR*)> entries(fdopendir(again), closedir);
     if (!entries) {

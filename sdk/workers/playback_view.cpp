@@ -11,6 +11,7 @@
 #include <cstdio>
 #include <cstring>
 
+#include "sdk/runtime/descriptor.h"
 #include "sdk/runtime/settings.h"
 #include "sdk/video/h264_reader.h"
 
@@ -21,18 +22,6 @@ namespace {
 constexpr mode_t FILE_MODE = 0640;
 constexpr int PIPE_BYTES = 1 << 20;
 constexpr char RAW_ENDING[] = ".y4m";
-
-// -1 with errno set. Not under a number of the console, even when it has closed its own.
-int open_above_console(const char* path, int flags) {
-    constexpr int FIRST_FILE = 3;
-    const int file = ::open(path, flags | O_CLOEXEC, FILE_MODE);
-    if (file < 0 || file >= FIRST_FILE) return file;
-    const int moved = fcntl(file, F_DUPFD_CLOEXEC, FIRST_FILE);
-    const int error = errno;
-    ::close(file);
-    errno = error;
-    return moved;
-}
 
 bool ends_with(const std::string& text, const std::string& ending) {
     return text.size() >= ending.size() &&
@@ -105,7 +94,8 @@ bool PlaybackView::open(const FrameInfo& info) {
         return false;
     }
     const int made = there ? 0 : O_CREAT | O_EXCL;
-    m_file = open_above_console(m_path.c_str(), O_WRONLY | O_NONBLOCK | made);
+    m_file =
+        above_console(::open(m_path.c_str(), O_WRONLY | O_NONBLOCK | O_CLOEXEC | made, FILE_MODE));
     if (m_file < 0) {
         if (errno != ENXIO) fail(strerror(errno));
         return false;
