@@ -8,6 +8,7 @@
 
 #include "sdk/db/stream_db.h"
 #include "sdk/video/picture_check.h"
+#include "tests/support/real_clock.h"
 #include "tests/support/sim_session.h"
 
 namespace {
@@ -491,9 +492,11 @@ TEST(BoardFaults, FailMaskAndInitialisation) {
     DestroyQMAVCodec(codec);
 }
 
+using BoardInRealTime = RealClock;
+
 // Far more than any machine can do: the pacer never waits. Would not end in time if the setters had
 // to wait for it.
-TEST(BoardInRealTime, LetsTheSettersThroughWhenItFallsBehind) {
+TEST_F(BoardInRealTime, LetsTheSettersThroughWhenItFallsBehind) {
     testing::internal::CaptureStderr();
     sim::control("speed=1000");
     QMAVCodec* codec = nullptr;
@@ -520,7 +523,7 @@ TEST(BoardInRealTime, LetsTheSettersThroughWhenItFallsBehind) {
 }
 
 // On the real clock: a second's worth of frames, with room for a slow machine.
-TEST(BoardInRealTime, PacesByTheClock) {
+TEST_F(BoardInRealTime, PacesByTheClock) {
     QMAVCodec* codec = nullptr;
     ASSERT_EQ(CreateQMAVCodec(&codec), 0);
     codec->GetSystem()->SetChipEnableMask(15);

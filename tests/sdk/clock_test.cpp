@@ -10,6 +10,7 @@
 #include "sdk/sim_control.h"
 #include "shell/qm_thread.h"
 #include "shell/qm_time.h"
+#include "tests/support/real_clock.h"
 
 namespace {
 
@@ -75,7 +76,9 @@ TEST(Alarm, KeepsARingThatCameBeforeTheWait) {
     SUCCEED();
 }
 
-TEST(Alarm, ReturnsAtItsDeadlineOnTheRealClock) {
+using AlarmInRealTime = RealClock;
+
+TEST_F(AlarmInRealTime, ReturnsAtItsDeadline) {
     sim::Alarm alarm;
     const int64_t deadline = sim::now_us() + 2000;
     alarm.wait_until(deadline);
