@@ -8,6 +8,7 @@
 #include <mutex>
 
 #include "sdk/runtime/settings.h"
+#include "sdk/runtime/utc_steps.h"
 #include "sdk/sim_control.h"
 
 namespace sim {
@@ -28,10 +29,30 @@ int64_t utc_us() {
     return duration_cast<microseconds>(std::chrono::system_clock::now().time_since_epoch()).count();
 }
 
+// Who is held up between two readings looks again, but not for ever.
+ClockLook look_at_clocks() {
+    constexpr int TRIES = 5;
+    constexpr int64_t ENOUGH_US = 1000;
+    ClockLook best;
+    for (int i = 0; i < TRIES && best.apart_us > ENOUGH_US; ++i) {
+        const int64_t before_us = steady_us();
+        const int64_t now_us = utc_us();
+        const int64_t apart_us = steady_us() - before_us;
+        if (apart_us < best.apart_us) best = {now_us, before_us + apart_us / 2, apart_us};
+    }
+    return best;
+}
+
 // The real clock is anchored once; its speed is the one set at that time.
 struct Anchor {
-    int64_t utc = utc_us();
-    int64_t steady = steady_us();
+    Anchor() {
+        const ClockLook look = look_at_clocks();
+        utc = look.utc_us;
+        steady = look.steady_us;
+    }
+
+    int64_t utc;
+    int64_t steady;
     int64_t speed = settings().speed;
 };
 
@@ -50,36 +71,15 @@ Steady::time_point steady_time_of(int64_t board_us) {
     return Steady::time_point(std::chrono::microseconds(anchor().steady + rounded_up));
 }
 
-// A clock that is set jumps; one that is only led drifts less than this between two looks.
-constexpr int64_t LEAST_STEP_US = 250'000;
-// The two clocks of one look are read no further apart: whoever was held up in between would take
-// that for a step.
-constexpr int64_t MOST_APART_US = LEAST_STEP_US / 10;
-
-// How the UTC clock was set beside the steady one.
-struct UtcSteps {
-    void look();
-
+// Never destroyed: threads may still ask while the process ends.
+struct UtcClock {
     std::mutex mutex;
-    bool looked = false;
-    int64_t offset_us = 0;
-    int64_t sum_us = 0;
+    UtcSteps steps;
 };
 
-// A look that took too long says nothing; the next one does.
-void UtcSteps::look() {
-    const int64_t before_us = steady_us();
-    const int64_t now_offset_us = utc_us() - before_us;
-    if (steady_us() - before_us > MOST_APART_US) return;
-    const int64_t step_us = looked ? now_offset_us - offset_us : 0;
-    if (step_us >= LEAST_STEP_US || step_us <= -LEAST_STEP_US) sum_us += step_us;
-    offset_us = now_offset_us;
-    looked = true;
-}
-
-UtcSteps& utc_steps() {
-    static UtcSteps* steps = new UtcSteps;
-    return *steps;
+UtcClock& utc_clock() {
+    static UtcClock* clock = new UtcClock;
+    return *clock;
 }
 
 std::atomic<int64_t> l_set_by_us{0};
@@ -184,10 +184,9 @@ class SteppedClock {
 
 int64_t utc_step_us() {
     if (l_stepped) return l_set_by_us;
-    UtcSteps& steps = utc_steps();
-    std::lock_guard lock(steps.mutex);
-    steps.look();
-    return steps.sum_us + l_set_by_us;
+    UtcClock& clock = utc_clock();
+    std::lock_guard lock(clock.mutex);
+    return clock.steps.note(look_at_clocks()) + l_set_by_us;
 }
 
 void set_utc_clock(int64_t by_us) { l_set_by_us += by_us; }

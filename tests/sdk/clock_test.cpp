@@ -7,6 +7,7 @@
 #include <thread>
 
 #include "sdk/runtime/thread_state.h"
+#include "sdk/runtime/utc_steps.h"
 #include "sdk/sim_control.h"
 #include "shell/qm_thread.h"
 #include "shell/qm_time.h"
@@ -14,6 +15,7 @@
 
 namespace {
 
+constexpr int64_t SECOND_US = 1'000'000;
 constexpr int64_t START_US = 1'700'000'000'000'000;
 
 // Counts how often its deadline came, every `period_us` from the start.
@@ -74,6 +76,59 @@ TEST(Alarm, KeepsARingThatCameBeforeTheWait) {
     alarm.ring();
     alarm.wait_until(sim::NEVER);  // would wait for ever if the ring were lost
     SUCCEED();
+}
+
+// A look at the clocks `at_us` after the first, UTC set forward by `set_us`. It was held up for
+// `apart_us`, so its UTC is off by anything up to half of that: `off_us`.
+sim::ClockLook look(int64_t at_us, int64_t set_us, int64_t apart_us = 0, int64_t off_us = 0) {
+    return {START_US + at_us + set_us + off_us, at_us, apart_us};
+}
+
+TEST(UtcSteps, SumsWhatTheClockWasSetBy) {
+    sim::UtcSteps steps;
+    EXPECT_EQ(steps.note(look(0, 0)), 0);
+    EXPECT_EQ(steps.note(look(SECOND_US, 0)), 0);
+    EXPECT_EQ(steps.note(look(2 * SECOND_US, 3600 * SECOND_US)), 3600 * SECOND_US);
+    EXPECT_EQ(steps.note(look(3 * SECOND_US, 3600 * SECOND_US)), 3600 * SECOND_US);
+    EXPECT_EQ(steps.note(look(4 * SECOND_US, -SECOND_US)), -SECOND_US);
+    EXPECT_EQ(steps.note(look(5 * SECOND_US, -SECOND_US + 250'000)), -SECOND_US + 250'000);
+}
+
+TEST(UtcSteps, FollowsAClockThatIsOnlyLed) {
+    sim::UtcSteps steps;
+    for (int64_t i = 0; i < 100; ++i) EXPECT_EQ(steps.note(look(i * SECOND_US, i * 249'999)), 0);
+    for (int64_t i = 0; i < 100; ++i)
+        EXPECT_EQ(steps.note(look((100 + i) * SECOND_US, (99 - i) * 249'999)), 0);
+}
+
+TEST(UtcSteps, TakesALookThatWasHeldUpForNoStep) {
+    for (const int64_t apart_us : {20'000, 499'998, 3'000'000, 60'000'000})
+        for (const int64_t off_us : {-apart_us / 2, apart_us / 2})
+            for (const bool first : {false, true}) {
+                sim::UtcSteps steps;
+                if (!first) {
+                    EXPECT_EQ(steps.note(look(0, 0)), 0);
+                }
+                EXPECT_EQ(steps.note(look(SECOND_US, 0, apart_us, off_us)), 0);
+                EXPECT_EQ(steps.note(look(2 * SECOND_US, 0)), 0) << apart_us << " " << off_us;
+                EXPECT_EQ(steps.note(look(3 * SECOND_US, SECOND_US)), SECOND_US);
+            }
+}
+
+TEST(UtcSteps, SeesAStepAlsoWhereEveryLookIsHeldUp) {
+    sim::UtcSteps steps;
+    EXPECT_EQ(steps.note(look(0, 0, 400'000, 200'000)), 0);
+    EXPECT_EQ(steps.note(look(SECOND_US, 0, 400'000, -200'000)), 0);
+    const int64_t seen = steps.note(look(2 * SECOND_US, 3600 * SECOND_US, 400'000, -200'000));
+    EXPECT_NEAR(static_cast<double>(seen), 3600e6, 400e3);
+    EXPECT_EQ(steps.note(look(3 * SECOND_US, 3600 * SECOND_US, 400'000, 200'000)), seen);
+}
+
+TEST(UtcSteps, LosesNoStepDuringALookThatWasHeldUp) {
+    sim::UtcSteps steps;
+    EXPECT_EQ(steps.note(look(0, 0)), 0);
+    EXPECT_EQ(steps.note(look(SECOND_US, SECOND_US, 3'000'000, -1'000'000)), 0);
+    EXPECT_EQ(steps.note(look(2 * SECOND_US, SECOND_US)), SECOND_US);
 }
 
 using AlarmInRealTime = RealClock;
