@@ -89,7 +89,8 @@ class Session:
         """The next match of `pattern` (a text or an expression) in what has not been read yet."""
         if isinstance(pattern, str):
             pattern = re.compile(re.escape(pattern))
-        end = min(time.monotonic() + seconds, self.deadline)
+        start = time.monotonic()
+        end = min(start + seconds, self.deadline)
         alive = True
         while True:
             found = pattern.search(self.seen, self.read_to)
@@ -99,7 +100,8 @@ class Session:
             if not alive:
                 raise Wrong(f"the program ended before {what}{self.complaint()}")
             if time.monotonic() > end:
-                raise Wrong(f"waited {seconds} seconds for {what}{self.complaint()}")
+                waited = round(time.monotonic() - start)
+                raise Wrong(f"waited {waited} seconds for {what}{self.complaint()}")
             alive = self.take(end - time.monotonic())
 
     def complaint(self):
@@ -191,47 +193,67 @@ def wrong_rates(rates, totals, rows):
     return None
 
 
+def wrong_growth(rates, first, last, seconds):
+    """What is wrong with the growth of the totals over so many tables, which no single late one
+    explains; None when nothing is."""
+    for channel, (rate, before, after) in enumerate(zip(rates, first, last)):
+        grown = after[0] - before[0]
+        if abs(grown - rate * seconds) > 1 + rate * seconds // 8:
+            return (f"channel {channel} is set to {rate} frames/s and its total grows by {grown} in "
+                    f"{seconds} seconds")
+    return None
+
+
 def check_rates(session, rates):
-    """Watches tables until two in a row show the rates of the settings: after the first period all
-    do, but one that a busy machine prints late has the frames of a longer time. The last totals and
-    rates."""
+    """Watches tables until the last two show the rates of the settings, and all together as well:
+    after the first period each does, but one that a busy machine prints late has the frames of a
+    longer time. The last totals and rates."""
     end = time.monotonic() + SETTLE_TIME
-    totals = rows_of(session.expect(MAIN_TABLE, "the first main-stream table", TABLE_TIME))
+    first = rows_of(session.expect(MAIN_TABLE, "the first main-stream table", TABLE_TIME))
+    totals = first
     right = 0
-    while right < 2:
+    seconds = 0
+    while True:
         rows = rows_of(session.expect(MAIN_TABLE, "the next main-stream table", TABLE_TIME))
+        seconds += 1
         wrong = wrong_rates(rates, totals, rows)
+        right = 0 if wrong else right + 1
+        wrong = wrong or wrong_growth(rates, first, rows, seconds)
+        if right >= 2 and not wrong:
+            return rows
         if wrong and time.monotonic() > end:
             raise Wrong(wrong)
-        right = 0 if wrong else right + 1
         totals = rows
-    return totals
 
 
 def check_playback(session, tables, held=None):
-    """Watches at least `tables` search tables: frames are decoded, DEC Frame is their sum, and with
-    `held`, what qmtool says of the database, they are frames that it holds. The first tables may
-    still show what was played before. Where a busy machine made the tour late, all frames may have
-    been played already."""
+    """Watches search tables until so many in a row are right: frames are decoded, DEC Frame is
+    their sum, and with `held`, what qmtool says of the database, they are frames that it holds.
+    The first tables may still show what was played before. Where a busy machine made the tour late,
+    all frames may have been played already."""
     end = time.monotonic() + SETTLE_TIME
     right = 0
-    played = False
-    while right < tables or not played:
+    begun = False
+    while right < tables:
         table = session.expect(SEARCH_TABLE, "a search table", TABLE_TIME)
         rows = rows_of(table)
         decoded = sum(frames for _, frames in rows)
         if decoded != int(table.group(3)):
             raise Wrong(f"DEC Frame shows {table.group(3)}, the channels add up to {decoded}")
         wrong = wrong_playback(rows, decoded and int(table.group(2)), held) if held else None
-        if not wrong:
-            right += 1
-            played = played or decoded > 0 or (held and all_played(rows, held))
-        if time.monotonic() > end and (wrong or not played):
-            raise Wrong(wrong or "nothing is decoded during playback")
+        if wrong and begun:
+            raise Wrong(wrong)
+        if not wrong and not decoded and not (held and all_played(rows, held)):
+            wrong = "nothing is decoded during playback"
+        if wrong and time.monotonic() > end:
+            raise Wrong(wrong)
+        right = 0 if wrong else right + 1
+        begun = begun or right > 0
 
 
 def all_played(rows, held):
-    return all(rows[channel][0] == frames for channel, frames in held.frames.items())
+    played = [rows[channel][0] == frames for channel, frames in held.frames.items()]
+    return bool(played) and all(played)
 
 
 def wrong_playback(rows, seconds, held):
