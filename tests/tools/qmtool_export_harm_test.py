@@ -194,6 +194,12 @@ class Damage(ClipCase):
                          f"qmtool: {self.folder.ini}: main channel 3 has no readable key frame; "
                          "qmtool list tells what was recorded\n")
 
+    def test_no_key_frame_for_the_span(self):
+        self.write(broken=(0,))
+        self.assertEqual(self.refused("a.mov", "--to", "+0.2"),
+                         f"qmtool: {self.folder.ini}: main channel 3 has no readable key frame in this "
+                         "span or before it\n")
+
     def test_without_a_frame_of_the_span_there_is_no_film_of_what_lies_ahead(self):
         self.write(broken=(12, 13))
         why = f"{self.path('a.mov')}: nothing in this span can be written into it" if self.batches \

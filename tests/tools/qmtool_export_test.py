@@ -389,11 +389,11 @@ class Codecs(ClipCase):
         self.assertEqual(self.codec("a.mov"), [{"codec_name": "mjpeg", "nb_frames": "20"}])
         self.assertEqual(self.lines("new/", "--from", "+1", status=0), [])
         self.assertEqual(self.lines("a.h264", "--to", "+1", status=0), [])
-        start = f"qmtool: {self.folder.ini}: all of it in this span is "
+        start = f"qmtool: {self.folder.ini}: main channel 3 is all "
         self.assertEqual(self.refused("b.h264", "--from", "+1", "--manifest"),
-                         start + "JPEG, which goes into a film or a folder\n")
+                         start + "JPEG in this span, which goes into a film or a folder\n")
         self.assertEqual(self.refused("b/", "--to", "+1"),
-                         start + "H.264, which goes into a film or a .h264 file\n")
+                         start + "H.264 in this span, which goes into a film or a .h264 file\n")
         self.assertFalse(os.path.exists(self.path("b")))
 
     def test_one_frame_of_the_other_codec(self):

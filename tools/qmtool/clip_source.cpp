@@ -119,8 +119,9 @@ std::string ClipSource::lane_text() const {
 
 std::string ClipSource::why_nothing() const {
     if (!m_other_codec) return lane_text() + " has nothing in this span";
-    return m_jpeg ? "all of it in this span is H.264, which goes into a film or a .h264 file"
-                  : "all of it in this span is JPEG, which goes into a film or a folder";
+    return lane_text() + (m_jpeg
+                              ? " is all H.264 in this span, which goes into a film or a .h264 file"
+                              : " is all JPEG in this span, which goes into a film or a folder");
 }
 
 bool ClipSource::find_start(std::string& why) {
@@ -139,7 +140,7 @@ bool ClipSource::find_start(std::string& why) {
         m_first = m_span_first;
     } else {
         if (!find_key(wanted)) {
-            why = lane_text() + " has no key frame in this span or before it";
+            why = lane_text() + " has no readable key frame in this span or before it";
             return false;
         }
         m_first = std::min(m_span_first, m_key);
