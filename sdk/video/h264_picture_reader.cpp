@@ -13,8 +13,8 @@ namespace sim {
 namespace {
 
 constexpr uint32_t P_SLICE = 0, I_SLICE = 2, ALL_ALIKE = 5;  // slice_type; + 5: the picture's all
-// mb_type of a macroblock in an I slice; those of a P slice come after its 5 inter types.
 constexpr uint32_t MOST_IDR_ID = 65535;
+// mb_type of a macroblock in an I slice; those of a P slice come after its 5 inter types.
 constexpr uint32_t INTER_TYPES = 5;
 constexpr uint32_t INTRA_DC = 3, INTRA_DC_CHROMA = 7, PCM = 25;
 

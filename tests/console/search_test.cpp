@@ -123,11 +123,15 @@ TEST_P(SearchMenu, PlaysWhatIsBeingRecorded) {
     console().send("MAIN\nENCODE 0\nSTATUS\nSET\n1 2\n9\nRUN\nq\nSEARCH\nPB 4\n");
     // A silent period may come first: a recording starts with its first key frame.
     size_t figure = 0;
-    EXPECT_TRUE(comes_true([&] {
-        if (!console().expect(", BUF Count:")) return false;
+    bool printed = true;
+    const auto decoded = [&] {
+        printed = console().expect(", BUF Count:");
+        if (!printed) return true;
         figure = console().output().find("DEC Frame:", figure) + 10;
         return console().output()[figure] != '0';
-    }));
+    };
+    EXPECT_TRUE(comes_true(decoded));
+    ASSERT_TRUE(printed);
     console().send("q\nENCODE 1\nq\nq\n");
     EXPECT_TRUE(console().expect(STATUS_STOPPED + MAIN_CLOSING + TOP + FAREWELL));
     EXPECT_EQ(console().wait_exit(), 0);

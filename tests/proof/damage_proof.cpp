@@ -13,6 +13,7 @@
 #include "tests/proof/proof.h"
 #include "tests/proof/proof_frames.h"
 #include "tests/support/temp_dir.h"
+#include "tests/support/wait.h"
 
 namespace {
 
@@ -507,19 +508,13 @@ void while_recording(Proof& proof, const FramePlan& plan, int64_t for_us) {
     });
     // As long as that, and on a busy machine until there was something to be seen.
     constexpr uint64_t LEAST_LOOKS = 11, LEAST_FRAMES = 1000;
-    constexpr int64_t PATIENCE_US = 120'000'000;
-    const int64_t start = steady_us();
+    const int64_t end = steady_us() + for_us;
     uint64_t looks = 0;
-    const auto enough = [&] {
-        const int64_t passed = steady_us() - start;
-        const bool seen = looks >= LEAST_LOOKS && frames >= LEAST_FRAMES;
-        return failed || passed >= PATIENCE_US || (passed >= for_us && seen);
-    };
-    while (!enough()) {
+    const auto look = [&] {
         std::string why;
         proof.at(proof.seed(), looks);
         const auto view = sim::DatabaseView::open(sim::real_file_system(), path, why);
-        if (!view) continue;
+        if (!view) return;
         const sim::Verified verified = sim::verify(
             *view, looks % 4 == 0,
             [&](const sim::Finding& finding) {
@@ -529,7 +524,11 @@ void while_recording(Proof& proof, const FramePlan& plan, int64_t for_us) {
             {});
         proof.check(verified.findings == 0, "nothing is found while recording");
         ++looks;
-    }
+    };
+    comes_true([&] {
+        look();
+        return failed || (steady_us() >= end && looks >= LEAST_LOOKS && frames >= LEAST_FRAMES);
+    });
     stop = true;
     recorder.join();
     proof.check(!failed && looks >= LEAST_LOOKS && frames >= LEAST_FRAMES,

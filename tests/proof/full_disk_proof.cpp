@@ -4,10 +4,8 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include <chrono>
 #include <filesystem>
 #include <memory>
-#include <thread>
 
 #include "sdk/db/disk_writer.h"
 #include "tests/proof/proof.h"
@@ -15,6 +13,7 @@
 #include "tests/proof/read_back.h"
 #include "tests/proof/small_disk.h"
 #include "tests/support/temp_dir.h"
+#include "tests/support/wait.h"
 
 namespace {
 
@@ -26,7 +25,6 @@ constexpr uint64_t SEGMENT_BYTES = sim::MIN_SEGMENT_BYTES;
 constexpr int64_t FRAME_US = 2'000;         // between two frames
 constexpr uint32_t NEVER_FITS = 70'000;     // bytes
 constexpr uint64_t SMALL_FILES = 4 * 4096;  // .ini, lock, what is passing
-constexpr int64_t PATIENCE_US = 120'000'000;
 
 struct Layout {
     SmallDisk::Kind kind;
@@ -200,9 +198,7 @@ void FullDisk::record_when_full(uint64_t frames) {
         const uint64_t next = recorder.writer().next_sequence();
         // A segment whose number is not the next one is found in the folder, now and then, and the
         // more rarely the slower the disk is.
-        for (const int64_t give_up = steady_us() + PATIENCE_US;
-             reader && reader->end() < durable && steady_us() < give_up;)
-            std::this_thread::sleep_for(std::chrono::milliseconds(20));
+        comes_true([&] { return !reader || reader->end() >= durable; });
         if (reader)
             m_proof.check(durable <= reader->end() && reader->end() <= next,
                           "a reader sees the end at %llu, not from %llu to %llu",

@@ -18,12 +18,11 @@
 #include "tests/proof/proof_frames.h"
 #include "tests/proof/read_back.h"
 #include "tests/support/temp_dir.h"
+#include "tests/support/wait.h"
 
 namespace {
 
 using sim::DiskReader;
-
-constexpr int64_t PATIENCE_US = 120'000'000;
 
 // One database and all that happens to it. The parent's side.
 class Kills {
@@ -169,9 +168,7 @@ void Kills::read_live(DiskReader& reader) {
     // A segment whose number is not the next is looked for now and then only, and the more rarely
     // the slower the disk is.
     m_late_ends += end < m_acknowledged;
-    for (const int64_t give_up = steady_us() + PATIENCE_US;
-         end < m_acknowledged && steady_us() < give_up; end = reader.end())
-        usleep(1000);
+    comes_true([&] { return (end = reader.end()) >= m_acknowledged; });
     const uint64_t first = reader.first();
     m_proof.check(end >= m_acknowledged, "%llu frames are acknowledged, a reader sees %llu",
                   static_cast<unsigned long long>(m_acknowledged),

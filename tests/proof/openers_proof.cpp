@@ -23,7 +23,7 @@ using namespace openers;
 using sim::DiskReader;
 using sim::DiskWriter;
 
-constexpr int LONGEST_MS = 120'000;  // for anything that must not wait
+constexpr int LONGEST_MS = 120'000;  // what must not wait is told from what waits for ever
 // An owner records so many frames more: its ring does not turn, however long the others take.
 constexpr int OWNER_FRAMES = 1000;
 

@@ -5,18 +5,17 @@
 
 #include <gtest/gtest.h>
 
-#include <chrono>
-#include <thread>
+#include <ctime>
 
 #include "shell/qm_time.h"
 
 class RealClock : public ::testing::Test {
   protected:
     void SetUp() override {
-        qm_time before = qm_time::CurrentTime();
-        std::this_thread::sleep_for(std::chrono::milliseconds(2));
-        if (qm_time::CurrentTime().Diff(before) == 0)
-            GTEST_SKIP() << "a test before has stopped the clock";
+        // A stopped clock shows a time years ago.
+        const int64_t behind =
+            static_cast<int64_t>(time(nullptr)) - qm_time::CurrentTime().Seconds();
+        if (behind > 24 * 3600) GTEST_SKIP() << "a test before has stopped the clock";
     }
 };
 
